@@ -1,0 +1,43 @@
+# How this project's libraries and test programs are declared: one static library a room, named kv_ROOM, and one
+# test program a room, so that the flags and the include root are said once.
+
+add_library(kv_options INTERFACE)
+target_include_directories(kv_options INTERFACE ${PROJECT_SOURCE_DIR})
+target_compile_options(kv_options INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow)
+if(KV_WERROR)
+    target_compile_options(kv_options INTERFACE -Werror)
+endif()
+if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+    target_compile_options(kv_options INTERFACE -Wthread-safety -Wthread-safety-beta)
+endif()
+if(KV_SANITIZE)
+    target_compile_options(kv_options INTERFACE -fsanitize=${KV_SANITIZE} -fno-omit-frame-pointer
+                           -fno-sanitize-recover=all)
+    target_link_options(kv_options INTERFACE -fsanitize=${KV_SANITIZE})
+endif()
+if(WIN32)
+    target_compile_definitions(kv_options INTERFACE UNICODE _UNICODE NOMINMAX WIN32_LEAN_AND_MEAN _WIN32_WINNT=0x0601)
+else()
+    find_package(Threads REQUIRED)
+    target_link_libraries(kv_options INTERFACE Threads::Threads)
+endif()
+
+# kv_add_room(NAME SOURCES file... [DEPS target...] [PRIVATE_DEPS target...])
+function(kv_add_room name)
+    cmake_parse_arguments(ARG "" "" "SOURCES;DEPS;PRIVATE_DEPS" ${ARGN})
+    add_library(kv_${name} STATIC ${ARG_SOURCES})
+    target_link_libraries(kv_${name} PUBLIC kv_options ${ARG_DEPS} PRIVATE ${ARG_PRIVATE_DEPS})
+endfunction()
+
+# kv_add_test(PROGRAM SOURCES file... [DEPS target...] [TIMEOUT seconds] [LABELS label...])
+# Declares a GoogleTest program and registers each of its cases with CTest.
+function(kv_add_test program)
+    cmake_parse_arguments(ARG "" "TIMEOUT" "SOURCES;DEPS;LABELS" ${ARGN})
+    if(NOT ARG_TIMEOUT)
+        set(ARG_TIMEOUT 120)
+    endif()
+    add_executable(${program} ${ARG_SOURCES})
+    target_link_libraries(${program} PRIVATE kv_test_support ${ARG_DEPS})
+    gtest_discover_tests(${program} TEST_PREFIX "${program}." DISCOVERY_TIMEOUT 60
+                         PROPERTIES TIMEOUT ${ARG_TIMEOUT} LABELS "${ARG_LABELS}")
+endfunction()
