@@ -1,0 +1,35 @@
+// The ids with which IKVMPDCallback::OnStreamEvent is called, and what its two parameters then point to.
+//
+// "Number events" pass pointers to two signed 32-bit numbers; the "text event" passes a zero-terminated wide text as
+// param1 and null as param2. All pointers are valid during the call only.
+
+#pragma once
+
+#include "platform/com.h"
+
+namespace kvmpd {
+
+// A manifest was fetched and parsed, or could not be. Sent after every reload.
+//   *param1: kManifestLoaded, kManifestMalformed or kManifestFailed; *param2: after success the manifest's duration in
+//   milliseconds, else 0.
+inline constexpr DWORD kEventManifest = 0;
+
+// Text event: the available video qualities, described in one text. Sent when the representations are chosen.
+inline constexpr DWORD kEventQualityList = 6;
+
+// The video quality that was chosen. *param1: its id, as Backdoor's kTargetVideoQuality takes it; *param2: 0.
+inline constexpr DWORD kEventQualityChosen = 7;
+
+// Positions changed. *param1 = 1: the stream was reset to its live edge by Run; *param2 = 1: a seek is done. In both
+// cases the byte positions of video and audio start again at 0. Both 0: a preferred delay was set that changes nothing.
+inline constexpr DWORD kEventPosition = 8;
+
+// A segment could not be downloaded. Both parameters 0.
+inline constexpr DWORD kEventDownloadFailed = 9;
+
+// Values of *param1 of kEventManifest.
+inline constexpr LONG kManifestLoaded = 0;
+inline constexpr LONG kManifestMalformed = 1;  // fetched, but without the required structure
+inline constexpr LONG kManifestFailed = 2;     // any other failure
+
+}  // namespace kvmpd
