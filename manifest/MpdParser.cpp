@@ -1,0 +1,58 @@
+#include "manifest/MpdParser.h"
+
+#include <tinyxml2.h>
+
+#include <algorithm>
+#include <new>
+#include <utility>
+
+#include "common/Log.h"
+#include "download/DownloadNetKernelStream.h"
+#include "manifest/MpdReader.h"
+#include "net/NetKernelBase.h"
+
+namespace kvmpd {
+
+MpdParser::MpdParser() : MpdParser(std::make_unique<NetKernelBase>(nullptr, nullptr)) {}
+
+MpdParser::MpdParser(std::unique_ptr<INetKernelBase> client) : m_client(std::move(client)) {
+    Log(4, L" MpdParser::MpdParser ");
+}
+
+MpdParser::~MpdParser() {
+    Log(4, L" MpdParser::~MpdParser ");
+}
+
+HRESULT MpdParser::parse(std::wstring url, std::shared_ptr<MPD> mpd) {
+    Log(4, L" MpdParser::parse ");
+    try {
+        tinyxml2::XMLDocument document;
+        const HRESULT result = Download(url, document);
+        return FAILED(result) ? result : ReadMpd(document, *mpd);
+    } catch (const std::bad_alloc&) {
+        return E_OUTOFMEMORY;
+    }
+}
+
+/// The body is released as soon as the document, which has a copy of its own, is built.
+HRESULT MpdParser::Download(const std::wstring& url, tinyxml2::XMLDocument& document) {
+    DownloadNetKernelStream body;
+    const HRESULT result = m_client->OpenUrlW(url.c_str(), L"GET", /*proxy=*/nullptr, /*disableProxy=*/FALSE,
+                                              /*headers=*/nullptr, /*responseFile=*/nullptr, /*postData=*/nullptr,
+                                              /*postLength=*/0, &body);
+    if (FAILED(result)) {
+        Log(3, L"[Error] MpdParser::parse failed to get mpd data from url");
+        return result;
+    }
+    Log(4, L" MpdParser::parse download MPD complete");
+    // The buffer is as large as the body was announced, or assumed, to be; what arrived may be less.
+    const size_t size = std::min(static_cast<size_t>(body.Written()), body.Buffer().size());
+    const tinyxml2::XMLError error = document.Parse(reinterpret_cast<const char*>(body.Buffer().data()), size);
+    if (error != tinyxml2::XML_SUCCESS) {
+        Log(3, L"[Error] MpdParser::parse get unexpected xml format: %d", error);
+        return E_FAIL;
+    }
+    return S_OK;
+}
+
+}  // namespace kvmpd

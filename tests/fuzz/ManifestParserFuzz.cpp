@@ -1,0 +1,90 @@
+// Any bytes as a manifest: the parser must answer S_OK or one of its documented codes, and what it hands out must be
+// safe for everything that the loader does with a manifest.
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <memory>
+#include <string>
+#include <utility>
+
+#include "manifest/MpdParser.h"
+#include "manifest/QualityText.h"
+#include "manifest/StartChoice.h"
+#include "manifest/StreamChoice.h"
+#include "tests/manifest/FakeHttpClient.h"
+
+namespace kvmpd::test {
+namespace {
+
+void Require(bool condition) {
+    if (!condition) {
+        std::abort();
+    }
+}
+
+DWORD Sum(const std::vector<DWORD>& durations) {
+    DWORD sum = 0;
+    for (const DWORD duration : durations) {
+        sum += duration;
+    }
+    return sum;
+}
+
+/// A start preference in every kind, drawn from the input itself.
+void ChooseStarts(const MPD& mpd, const std::uint8_t* data, size_t size) {
+    DWORD seed = static_cast<DWORD>(size);
+    for (size_t i = 0; i < size && i < 64; ++i) {
+        seed = seed * 31 + data[i];
+    }
+    const size_t count = mpd.m_segmentDurations.size();
+    const LONGLONG id = SegmentNumber(mpd, static_cast<LONGLONG>(seed % (count + 4)) - 2);
+    for (const StartPreference& preference :
+         {StartPreference{}, StartPreference{.segmentId = id}, StartPreference{.delayTime = seed},
+          StartPreference{.delaySegment = seed % 8}}) {
+        Require(ChooseStartIndex(mpd, preference) < count);
+    }
+}
+
+void UseAsTheLoaderDoes(const MPD& mpd, const std::uint8_t* data, size_t size) {
+    if (mpd.m_segmentDurations.empty()) {
+        return;
+    }
+    ChooseStarts(mpd, data, size);
+    const StreamSelection selection = ChooseStreams(mpd, {.targetId = 12, .height = 720});
+    for (const auto& index : {selection.audio, selection.video}) {
+        if (index) {
+            const RepresentationInfo* chosen = FindRepresentation(mpd, *index);
+            Require(chosen != nullptr);
+            SegmentUrl(*chosen, 0);
+            SegmentUrl(*chosen, mpd.m_segmentDurations.size() - 1);
+        }
+    }
+    if (const AdaptationSetInfo* video = FirstVideoSet(mpd)) {
+        Require(QualityText(*video).ends_with(L'}'));
+    }
+}
+
+void ParseAndUse(const std::uint8_t* data, size_t size, bool announceLength) {
+    auto client = std::make_unique<FakeHttpClient>();
+    client->body.assign(reinterpret_cast<const char*>(data), size);
+    client->announceLength = announceLength;
+    MpdParser parser(std::move(client));
+    const auto mpd = std::make_shared<MPD>();
+    const HRESULT result = parser.parse(L"http://origin/live.mpd", mpd);
+    Require(result == S_OK || result == E_FAIL || result == E_UNEXPECTED || result == E_OUTOFMEMORY);
+    if (result == S_OK) {
+        Require(mpd->m_totalDuration == Sum(mpd->m_segmentDurations));
+        UseAsTheLoaderDoes(*mpd, data, size);
+    }
+}
+
+}  // namespace
+}  // namespace kvmpd::test
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, size_t size);
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, size_t size) {
+    // Without a length the sink clears its five megabytes, which costs a thousand times the parse: one input in 256.
+    kvmpd::test::ParseAndUse(data, size, /*announceLength=*/size == 0 || data[size - 1] != 0x20);
+    return 0;
+}
