@@ -1,0 +1,162 @@
+// Stand-ins for everything around the engine: the manifests, the HTTP server, the filter and the host.
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "events/IKVMPDCallback.h"
+#include "manifest/ManifestSource.h"
+#include "net/INetKernelBase.h"
+#include "platform/com.h"
+
+namespace kvmpd::test {
+
+/// Byte `index` of a segment's video or audio file: no two of a segment's first bytes agree with another segment's.
+BYTE MediaByte(LONGLONG number, bool isVideo, size_t index);
+std::vector<BYTE> MediaBytes(LONGLONG number, bool isVideo, size_t size);
+
+/// A gate that threads pass while it is open.
+class Gate {
+  public:
+    void Close();
+    void Open();
+    /// Counts the thread as arrived, then waits until the gate is open.
+    void Pass();
+    /// Waits until `count` threads have arrived since the construction.
+    void WaitForArrivals(int count);
+    int Arrivals() const;
+
+  private:
+    mutable std::mutex m_mutex;
+    std::condition_variable m_changed;
+    bool m_open = true;
+    int m_arrivals = 0;
+};
+
+/// A timeline with one video and one audio set. The video set has the qualities 1 (360 lines) and 2 (720 lines).
+MPD MakeManifest(LONGLONG firstNumber, size_t count, DWORD duration);
+
+/// What the manifest "server" answers. Shared by the test and the source that the engine owns.
+struct ManifestScript {
+    Gate gate;  ///< Every fetch passes it.
+    void Set(MPD manifest);
+    void Fail(HRESULT code);
+    HRESULT Answer(MPD& manifest) const;
+
+  private:
+    mutable std::mutex m_mutex;
+    MPD m_manifest;
+    HRESULT m_result = S_OK;
+};
+
+class ScriptedManifests final : public ManifestSource {
+  public:
+    explicit ScriptedManifests(std::shared_ptr<ManifestScript> script) : m_script(std::move(script)) {}
+    HRESULT parse(std::wstring url, std::shared_ptr<MPD> mpd) override;
+
+  private:
+    const std::shared_ptr<ManifestScript> m_script;
+};
+
+/// What the media "server" answers: for the URLs that MakeManifest writes, the media bytes of that segment.
+struct MediaScript {
+    Gate gate;  ///< Every request passes it.
+    void SetSizes(size_t video, size_t audio);
+    void FailUrl(std::string url);
+    /// S_OK and the body, or E_FAIL.
+    HRESULT Answer(const std::string& url, std::vector<BYTE>& body) const;
+
+  private:
+    mutable std::mutex m_mutex;
+    size_t m_videoSize = 1000;
+    size_t m_audioSize = 100;
+    std::set<std::string> m_failing;
+};
+
+std::string VideoUrl(LONGLONG number);
+std::string AudioUrl(LONGLONG number);
+
+class ScriptedHttp final : public INetKernelBase {
+  public:
+    explicit ScriptedHttp(std::shared_ptr<MediaScript> script) : m_script(std::move(script)) {}
+    HRESULT OpenUrl(const char* url, const char* verb, const wchar_t* proxy, BOOL disableProxy, const char* headers,
+                    const wchar_t* responseFile, const BYTE* postData, DWORD postLength,
+                    INetKernelContentStream* stream) override;
+    HRESULT OpenUrlW(const wchar_t*, const wchar_t*, const wchar_t*, BOOL, const wchar_t*, const wchar_t*, const BYTE*,
+                     DWORD, INetKernelContentStream*) override {
+        return E_NOTIMPL;
+    }
+    void SetReceiveChunkSize(DWORD) override {}
+    void Close() override {}
+    DWORD Reset() override { return 0; }
+    DWORD GetErrorType() override { return 0; }
+    void SetReceiveTimeout(DWORD) override {}
+    void SetSendTimeout(DWORD) override {}
+    DWORD Reserved8() override { return 0; }
+    DWORD Reserved9() override { return 0; }
+
+  private:
+    const std::shared_ptr<MediaScript> m_script;
+};
+
+/// A filter of which only the state is asked.
+class FakeFilter final : public IBaseFilter {
+  public:
+    std::atomic<FILTER_STATE> state{State_Running};
+    std::atomic<HRESULT> result{S_OK};
+    std::atomic<int> asked{0};
+    std::atomic<DWORD> timeout{99};
+
+    HRESULT STDMETHODCALLTYPE GetState(DWORD milliseconds, FILTER_STATE* out) override {
+        ++asked;
+        timeout = milliseconds;
+        *out = state;
+        return result;
+    }
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void**) override { return E_NOINTERFACE; }
+    ULONG STDMETHODCALLTYPE AddRef() override { return 2; }
+    ULONG STDMETHODCALLTYPE Release() override { return 1; }
+    HRESULT STDMETHODCALLTYPE GetClassID(CLSID*) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE Stop() override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE Pause() override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE Run(REFERENCE_TIME) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE SetSyncSource(IReferenceClock*) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetSyncSource(IReferenceClock**) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE EnumPins(IEnumPins**) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE FindPin(LPCWSTR, IPin**) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE QueryFilterInfo(FILTER_INFO*) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE JoinFilterGraph(IFilterGraph*, LPCWSTR) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE QueryVendorInfo(LPWSTR*) override { return E_NOTIMPL; }
+};
+
+/// Writes down what it hears, as texts: "8(1,0)" for a number event, "buffering(0,2000,4000)".
+class RecordingHost final : public IKVMPDCallback {
+  public:
+    HRESULT STDMETHODCALLTYPE OnStreamEvent(DWORD id, void* param1, void* param2) override;
+    HRESULT STDMETHODCALLTYPE OnBuffering(LONGLONG play, LONGLONG buffered, LONGLONG total) override;
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void**) override { return E_NOINTERFACE; }
+    ULONG STDMETHODCALLTYPE AddRef() override { return static_cast<ULONG>(++m_references); }
+    ULONG STDMETHODCALLTYPE Release() override { return static_cast<ULONG>(--m_references); }
+
+    LONG References() const { return m_references; }
+    /// Waits until something has been heard that is exactly `text`.
+    void WaitFor(const std::string& text);
+    std::vector<std::string> Heard() const;
+    void Forget();
+
+  private:
+    void Note(std::string text);
+
+    std::atomic<LONG> m_references{0};
+    mutable std::mutex m_mutex;
+    std::condition_variable m_changed;
+    std::vector<std::string> m_heard;
+};
+
+}  // namespace kvmpd::test
