@@ -1,0 +1,136 @@
+#include "origin/HttpServer.h"
+
+#include <arpa/inet.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+
+namespace kvmpd::origin {
+
+namespace {
+
+constexpr int kReadLimitMs = 10'000;
+constexpr int kWriteLimitMs = 30'000;
+constexpr int kKeepAliveMs = 15'000;
+
+bool WaitFor(socket_t socket, short events, int limitMs) {
+    pollfd entry{socket, events, 0};
+    int ready = 0;
+    do {
+        ready = poll(&entry, 1, limitMs);
+    } while (ready < 0 && errno == EINTR);
+    return ready > 0;
+}
+
+using NameCall = int (*)(int, sockaddr*, socklen_t*);
+
+void Describe(NameCall call, socket_t socket, std::string& ip, int& port) {
+    sockaddr_storage address{};
+    socklen_t length = sizeof(address);
+    if (call(socket, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
+        return;
+    }
+    std::array<char, INET6_ADDRSTRLEN> text{};
+    if (address.ss_family == AF_INET) {
+        const auto* v4 = reinterpret_cast<const sockaddr_in*>(&address);
+        inet_ntop(AF_INET, &v4->sin_addr, text.data(), text.size());
+        port = ntohs(v4->sin_port);
+    } else if (address.ss_family == AF_INET6) {
+        const auto* v6 = reinterpret_cast<const sockaddr_in6*>(&address);
+        inet_ntop(AF_INET6, &v6->sin6_addr, text.data(), text.size());
+        port = ntohs(v6->sin6_port);
+    }
+    ip = text.data();
+}
+
+// A connection as the library reads and writes it; reads ahead, because the library asks for header lines byte by byte.
+class SocketStream final : public httplib::Stream {
+  public:
+    explicit SocketStream(socket_t socket) : socket_(socket) {}
+
+    bool HasBuffered() const { return begin_ < end_; }
+
+    // httplib::Stream
+    bool is_readable() const override { return HasBuffered() || WaitFor(socket_, POLLIN, kReadLimitMs); }
+    bool is_writable() const override { return WaitFor(socket_, POLLOUT, kWriteLimitMs); }
+    ssize_t read(char* data, size_t size) override {
+        if (!HasBuffered()) {
+            if (!is_readable()) {
+                return -1;
+            }
+            const ssize_t got = recv(socket_, buffer_.data(), buffer_.size(), 0);
+            if (got <= 0) {
+                return got;
+            }
+            begin_ = 0;
+            end_ = static_cast<size_t>(got);
+        }
+        const size_t count = std::min(size, end_ - begin_);
+        std::copy_n(buffer_.data() + begin_, count, data);
+        begin_ += count;
+        return static_cast<ssize_t>(count);
+    }
+    ssize_t write(const char* data, size_t size) override {
+        if (!is_writable()) {
+            return -1;
+        }
+        // Without MSG_DONTWAIT a client that does not read would hold its thread in here past the limit.
+        const ssize_t sent = send(socket_, data, size, MSG_NOSIGNAL | MSG_DONTWAIT);
+        return sent < 0 && errno == EAGAIN ? 0 : sent;
+    }
+    void get_remote_ip_and_port(std::string& ip, int& port) const override { Describe(getpeername, socket_, ip, port); }
+    void get_local_ip_and_port(std::string& ip, int& port) const override { Describe(getsockname, socket_, ip, port); }
+    socket_t socket() const override { return socket_; }
+
+  private:
+    const socket_t socket_;
+    std::array<char, 4096> buffer_{};
+    size_t begin_ = 0;
+    size_t end_ = 0;
+};
+
+}  // namespace
+
+void StoppableServer::CloseConnections() {
+    const std::lock_guard lock(mutex_);
+    closing_ = true;
+    for (const socket_t socket : open_) {
+        shutdown(socket, SHUT_RDWR);
+    }
+}
+
+bool StoppableServer::process_and_close_socket(socket_t socket) {
+    const int on = 1;
+    setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on));
+    bool answered = Register(socket);
+    SocketStream stream(socket);
+    bool closed = !answered;
+    while (!closed && (stream.HasBuffered() || WaitFor(socket, POLLIN, kKeepAliveMs))) {
+        answered = process_request(stream, /*close_connection=*/false, closed, nullptr);
+        closed = closed || !answered;
+    }
+    CloseAndForget(socket);
+    return answered;
+}
+
+bool StoppableServer::Register(socket_t socket) {
+    const std::lock_guard lock(mutex_);
+    if (!closing_) {
+        open_.insert(socket);
+    }
+    return !closing_;
+}
+
+void StoppableServer::CloseAndForget(socket_t socket) {
+    const std::lock_guard lock(mutex_);
+    open_.erase(socket);
+    shutdown(socket, SHUT_RDWR);
+    close(socket);
+}
+
+}  // namespace kvmpd::origin
