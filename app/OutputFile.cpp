@@ -1,0 +1,165 @@
+#include "app/OutputFile.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <system_error>
+#include <utility>
+
+namespace kvmpd::app {
+namespace {
+
+std::string ErrnoText(int error) {
+    return std::generic_category().message(error);
+}
+
+std::string OpenErrorText(const std::string& path, int error) {
+    const std::string start = "cannot write \"" + path + "\": ";
+    switch (error) {
+        case EEXIST:
+            return start + "it exists already; give another name, or --overwrite to replace it";
+        case ENOENT:
+            return start + "its folder does not exist; create the folder or give another name";
+        case EACCES:
+        case EPERM:
+        case EROFS:
+            return start + ErrnoText(error) + "; give a name in a folder that you may write to";
+        case EISDIR:
+            return start + "it is a folder; give the name of a file";
+        default:
+            return start + ErrnoText(error);
+    }
+}
+
+}  // namespace
+
+OutputFile::OutputFile(std::string path, int descriptor, bool created)
+    : m_path(std::move(path)), m_descriptor(descriptor), m_created(created) {
+    struct stat info {};
+    m_seekable = ::fstat(descriptor, &info) == 0 && S_ISREG(info.st_mode);
+}
+
+OutputFile::~OutputFile() {
+    Discard();
+    ::close(m_descriptor);
+}
+
+void OutputFile::Discard() {
+    if (m_created && !m_keep) {
+        ::unlink(m_path.c_str());
+    }
+}
+
+std::unique_ptr<OutputFile> OutputFile::Open(const std::string& path, bool overwrite, std::string& error) {
+    if (path == "-") {
+        if (::isatty(STDOUT_FILENO) != 0) {
+            error = "standard output is a terminal, which cannot show Matroska; pipe it to a player or give -o FILE";
+            return nullptr;
+        }
+        const int copy = ::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3);
+        if (copy < 0) {
+            error = "standard output cannot be written: " + ErrnoText(errno);
+            return nullptr;
+        }
+        std::unique_ptr<OutputFile> output(new OutputFile(path, copy, /*created=*/false));
+        output->m_standardOutput = true;
+        // Another program may have the file open for appending, or may have written a part of it: take it as a stream.
+        output->m_seekable = false;
+        return output;
+    }
+    int descriptor = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    const bool created = descriptor >= 0;
+    struct stat info {};
+    if (!created && errno == EEXIST && ::stat(path.c_str(), &info) == 0 && (overwrite || !S_ISREG(info.st_mode))) {
+        descriptor = ::open(path.c_str(), O_WRONLY | O_CLOEXEC);
+    }
+    if (descriptor < 0) {
+        error = OpenErrorText(path, errno);
+        return nullptr;
+    }
+    return std::unique_ptr<OutputFile>(new OutputFile(path, descriptor, created));
+}
+
+bool OutputFile::Fail(const char* what, int error) {
+    if (error == EPIPE) {
+        m_state = State::kReaderGone;
+    } else {
+        m_state = State::kFailed;
+        m_error = std::string(what) + " \"" + m_path + "\" failed: " + ErrnoText(error);
+    }
+    return false;
+}
+
+// A pipe whose reader is slow holds the recording up, which is right: the cache waits behind it. Only when the
+// recording is being ended, a reader that takes nothing for two seconds is given up.
+bool OutputFile::WaitWritable() {
+    constexpr auto kGrace = std::chrono::seconds(2);
+    constexpr int kSliceMs = 100;
+    std::chrono::steady_clock::time_point stopSeen{};
+    for (;;) {
+        pollfd entry{m_descriptor, POLLOUT, 0};
+        const int ready = ::poll(&entry, 1, kSliceMs);
+        if (ready > 0) {
+            return true;  // an error condition shows in the write that follows
+        }
+        if (ready < 0 && errno != EINTR) {
+            return Fail("waiting for", errno);
+        }
+        if (m_stopping) {
+            const auto now = std::chrono::steady_clock::now();
+            if (stopSeen == std::chrono::steady_clock::time_point{}) {
+                stopSeen = now;
+            } else if (now - stopSeen > kGrace) {
+                m_state = State::kReaderGone;
+                return false;
+            }
+        }
+    }
+}
+
+bool OutputFile::Write(std::span<const std::uint8_t> bytes) {
+    if (m_state != State::kGood) {
+        return false;
+    }
+    if (m_seekable && !m_created && !m_truncated) {
+        if (::ftruncate(m_descriptor, 0) != 0) {
+            return Fail("emptying", errno);
+        }
+        m_truncated = true;
+    }
+    // A blocking write to a pipe may sleep for longer than the room that poll promised; within PIPE_BUF it does not.
+    constexpr std::size_t kPipePiece = 4096;
+    while (!bytes.empty()) {
+        if (!m_seekable && !WaitWritable()) {
+            return false;
+        }
+        const std::size_t piece = m_seekable ? bytes.size() : std::min(bytes.size(), kPipePiece);
+        const ssize_t written = ::write(m_descriptor, bytes.data(), piece);
+        if (written < 0) {
+            if (errno == EINTR || errno == EAGAIN) {
+                continue;
+            }
+            return Fail("writing", errno);
+        }
+        bytes = bytes.subspan(static_cast<std::size_t>(written));
+        m_position += written;
+        m_size = std::max(m_size, m_position);
+    }
+    return true;
+}
+
+bool OutputFile::Seek(std::int64_t position) {
+    if (::lseek(m_descriptor, position, SEEK_SET) < 0) {
+        return Fail("positioning in", errno);
+    }
+    m_position = position;
+    return true;
+}
+
+}  // namespace kvmpd::app

@@ -1,0 +1,58 @@
+// Decides, packet by packet, what goes into the recording: where it starts, where it ends, what is repeated and what is
+// missing. Times are microseconds of the stream's own clock (its decode times). Plain values; no thread, no libav.
+
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <optional>
+
+#include "app/AvTypes.h"
+
+namespace kvmpd::app {
+
+class Timeline {
+  public:
+    enum class Verdict {
+        kWrite,
+        kRepeated,    // not later than what the track has already: media that was delivered again
+        kBeyondLimit  // after the end that was asked for
+    };
+
+    // limitUs: length of media to record; none: without end.
+    explicit Timeline(std::optional<std::int64_t> limitUs) : m_limitUs(limitUs) {}
+
+    // The recording's time 0: the earlier of the two tracks' first decode times. One origin for both keeps sound and
+    // picture together.
+    void Begin(std::int64_t firstVideoUs, std::int64_t firstAudioUs) {
+        m_originUs = firstVideoUs < firstAudioUs ? firstVideoUs : firstAudioUs;
+    }
+    std::int64_t OriginUs() const { return m_originUs; }
+
+    Verdict Admit(Track track, std::int64_t decodeUs, std::int64_t durationUs);
+
+    // Both tracks have reached the end that was asked for, the second one as nearly as its packets allow.
+    bool LimitReached() const;
+
+    struct TrackState {
+        std::int64_t packets = 0;   // admitted
+        std::int64_t repeated = 0;  // refused as repeated
+        std::int64_t gaps = 0;
+        std::int64_t missingUs = 0;  // sum of the gaps
+        std::int64_t endUs = 0;      // end of the last packet admitted, from the origin
+        bool atLimit = false;
+    };
+    const TrackState& Of(Track track) const { return m_tracks[static_cast<std::size_t>(IndexOf(track))].state; }
+
+  private:
+    struct Entry {
+        TrackState state;
+        std::int64_t lastDecodeUs = 0;
+    };
+
+    const std::optional<std::int64_t> m_limitUs;
+    std::int64_t m_originUs = 0;
+    std::array<Entry, kTracks> m_tracks;
+};
+
+}  // namespace kvmpd::app
