@@ -1,7 +1,9 @@
 // What one followed stream costs: resident memory and processor time of a process that does nothing else, while a live
 // origin in another process publishes two-second segments of 2 Mbit/s in real time and a reader takes every byte.
 //
-//   kvmpd_follow_cost [SECONDS]     default 60
+//   kvmpd_follow_cost [SECONDS [VIDEO_BYTES AUDIO_BYTES]]     default 60 468000 32000, per segment
+//
+// Larger segments fill both rings, and so reach the most memory that a stream takes, in less time.
 
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -23,12 +25,14 @@
 
 namespace {
 
-constexpr size_t kAudioBytes = 32'000;   // 128 kbit/s over two seconds
-constexpr size_t kVideoBytes = 468'000;  // the rest of 2 Mbit/s
+struct SegmentBytes {
+    size_t video = 468'000;  // 2 Mbit/s over two seconds, less
+    size_t audio = 32'000;   // 128 kbit/s
+};
 
 /// Serves until it is killed, from a process of its own so that its cost is not counted; writes its address to `out`.
-[[noreturn]] void ServeInChild(int out) {
-    const auto live = kvmpd::bench::MakeOrigin(kVideoBytes, kAudioBytes);
+[[noreturn]] void ServeInChild(int out, const SegmentBytes& bytes) {
+    const auto live = kvmpd::bench::MakeOrigin(bytes.video, bytes.audio);
     kvmpd::origin::LiveClock clock(*live);
     clock.Start();
     const std::string url = live->ManifestUrl();
@@ -87,6 +91,10 @@ bool Take(IAsyncReader& reader, LONGLONG& position, LONGLONG base, size_t bytes)
 
 int main(int argc, char** argv) {
     const double seconds = argc > 1 ? std::atof(argv[1]) : 60;
+    SegmentBytes bytes;
+    if (argc > 3) {
+        bytes = {std::strtoul(argv[2], nullptr, 10), std::strtoul(argv[3], nullptr, 10)};
+    }
     const long emptyKiB = StatusKiB("VmRSS");
     int pipeEnds[2];
     if (pipe(pipeEnds) != 0) {
@@ -95,7 +103,7 @@ int main(int argc, char** argv) {
     const pid_t child = fork();
     if (child == 0) {
         close(pipeEnds[0]);
-        ServeInChild(pipeEnds[1]);
+        ServeInChild(pipeEnds[1], bytes);
     }
     close(pipeEnds[1]);
     char url[256] = {};
@@ -113,8 +121,8 @@ int main(int argc, char** argv) {
         LONGLONG audio = 0;
         int segments = 0;
         while (static_cast<double>(NowMs() - started) < seconds * 1000) {
-            if (!Take(stream.Reader(), video, 0, kVideoBytes) ||
-                !Take(stream.Reader(), audio, kvmpd::AUDIO_POSITION_BASE, kAudioBytes)) {
+            if (!Take(stream.Reader(), video, 0, bytes.video) ||
+                !Take(stream.Reader(), audio, kvmpd::AUDIO_POSITION_BASE, bytes.audio)) {
                 std::puts("the stream stopped");
                 exitCode = 1;
                 break;

@@ -2,7 +2,9 @@
 //
 //   CritSec   a re-entrant lock over the platform's critical section: the engine's and the filter's outer locks, which
 //             an operation may enter again through another public operation.
-//   Mutex     a plain lock for leaves: nothing that its holder calls may leave the class, so it never needs re-entry.
+//   Mutex     a plain lock. Most are leaves: nothing that the holder calls leaves the class, so it never needs
+//   re-entry.
+//             The few that only control threads take (a worker's life cycle) say so.
 //   CondVar   waits on a Mutex. A wait names its condition in a loop at the caller; the stop flag is part of it.
 #pragma once
 

@@ -22,7 +22,7 @@
 
 namespace kvmpd {
 
-/// Reads the verbosity from the machine-wide settings; 0 when there is none or when it is not a 4-byte value.
+/// Reads the verbosity from the machine-wide settings; 0 when there is none or when it is longer than 4 bytes.
 LONG ReadLogLevelFromRegistry();
 
 namespace detail {

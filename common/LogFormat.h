@@ -202,7 +202,7 @@ constexpr void CheckLogFormat(const Char* text, const std::array<LogArgument::Ki
     }
 }
 
-/// A format that has been checked against `Arguments`; made from a string literal only.
+/// A format that has been checked against `Arguments`; made from constant text only, when the program is compiled.
 template <class Char, class... Arguments>
 class LogFormat {
   public:

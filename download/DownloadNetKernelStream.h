@@ -18,7 +18,7 @@ class DownloadNetKernelStream final : public NetKernelContentStreamBase {
     BOOL OnContentLength(std::uint64_t length) override;
     BOOL WriteInputStream(const BYTE* data, DWORD size) override;
     /// 1 when the body has exactly the length that the memory was prepared for. One received under the assumed length
-    /// never has; its bytes are valid all the same.
+    /// hardly ever has; its bytes are valid all the same.
     BOOL OnWriteComplete() override;
 
     /// The memory; the body is its first Written() bytes.

@@ -1,5 +1,7 @@
 #include "download/SegmentDownloader.h"
 
+#include <new>
+
 #include "common/Log.h"
 #include "download/FileDownloadStream.h"
 #include "net/NetKernelBase.h"
@@ -71,6 +73,10 @@ void SegmentDownloader::clear() {
     }
     if (queue) {
         queue->clear();
+        // A close that queued its marker just before must not lose it with the rest: its thread would sleep for ever.
+        if (m_bClosing.load()) {
+            queue->push(std::make_shared<Segment>());
+        }
     }
     m_bDiscard.store(true);
     m_llVideoBytes.store(0, std::memory_order_relaxed);
@@ -87,6 +93,7 @@ bool SegmentDownloader::TakeDiscard(const Segment& segment) {
 
 HRESULT SegmentDownloader::CloseThread() {
     Log(4, L" SegmentDownloader::CloseThread ");
+    auto endMarker = std::make_shared<Segment>();  // before the flag: a close that fails here can be repeated
     if (m_bClosing.exchange(true)) {
         return 0;
     }
@@ -96,7 +103,7 @@ HRESULT SegmentDownloader::CloseThread() {
         queue = m_segmentQueue;
     }
     if (queue) {
-        queue->push(std::make_shared<Segment>());  // the end marker
+        queue->push(std::move(endMarker));
     }
     return WorkerProcessor::CloseThread();
 }
@@ -127,7 +134,13 @@ bool SegmentDownloader::Step() {
         m_pStream.PushSegmentToCache(segment);
         return false;
     }
-    Fetch(segment);
+    try {
+        Fetch(segment);
+    } catch (const std::bad_alloc&) {
+        // No memory for this segment; the next one may fare better.
+        Log(3, L"[Error] SegmentDownloader::ThreadProc out of memory, segment %lld dropped", segment->m_segmentNumber);
+        m_pStream.OnSegmentFailed();
+    }
     return true;
 }
 

@@ -9,19 +9,21 @@
 
 namespace kvmpd {
 
-// A manifest was fetched and parsed, or could not be. Sent after every reload.
-//   *param1: kManifestLoaded, kManifestMalformed or kManifestFailed; *param2: after success the manifest's duration in
-//   milliseconds, else 0.
+// A manifest was fetched and brought new segments, or could not be loaded. Sent after the reloads of which that is
+// true.
+//   *param1: kManifestLoaded, kManifestMalformed or kManifestFailed; *param2: after success the duration of the newest
+//   segment in milliseconds, else 0.
 inline constexpr DWORD kEventManifest = 0;
 
 // Text event: the available video qualities, described in one text. Sent when the representations are chosen.
 inline constexpr DWORD kEventQualityList = 6;
 
-// The video quality that was chosen. *param1: its id, as Backdoor's kTargetVideoQuality takes it; *param2: 0.
+// The video quality that was chosen. *param1: its id, as Backdoor's kBackdoorTargetQuality takes it; *param2: 0.
 inline constexpr DWORD kEventQualityChosen = 7;
 
-// Positions changed. *param1 = 1: the stream was reset to its live edge by Run; *param2 = 1: a seek is done. In both
-// cases the byte positions of video and audio start again at 0. Both 0: a preferred delay was set that changes nothing.
+// Positions changed. *param1 = 1: Run restarted a stream whose cache had filled up in a pause; *param2 = 1: a seek is
+// done. In both cases the byte positions of video and audio start again at 0. Both 0: a preferred delay was set that
+// moves nothing (the same as before, or nothing is loaded yet).
 inline constexpr DWORD kEventPosition = 8;
 
 // A segment could not be downloaded. Both parameters 0.

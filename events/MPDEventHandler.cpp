@@ -2,6 +2,7 @@
 
 #include <new>
 
+#include "common/ComPtr.h"
 #include "common/Log.h"
 
 namespace kvmpd {
@@ -24,6 +25,7 @@ MPDEventHandler::~MPDEventHandler() {
 }
 
 HRESULT MPDEventHandler::SetCallback(IKVMPDCallback* callback) {
+    ComPtr<IKVMPDCallback> old;  // released when the lock has been left: the host's Release may call anything
     const MutexLock lock(m_control);
     Log(3, L" MPDEventHandler::SetCallback ");
     const HRESULT closed = CloseThread();
@@ -31,15 +33,11 @@ HRESULT MPDEventHandler::SetCallback(IKVMPDCallback* callback) {
         Log(3, L"[Error] MPDEventHandler::SetCallback Fail to close callback thread!");
         return closed;
     }
-    IKVMPDCallback* const old = m_callback.load(std::memory_order_relaxed);
-    if (callback != old) {
+    if (callback != m_callback.load(std::memory_order_relaxed)) {
         if (callback) {
             callback->AddRef();
         }
-        m_callback.store(callback, std::memory_order_release);
-        if (old) {
-            old->Release();
-        }
+        old.Attach(m_callback.exchange(callback));
     }
     return callback ? StartThread() : closed;
 }

@@ -12,10 +12,11 @@ class INetKernelBase {
     /// Bytes per read and per upload block; 131072 unless set.
     virtual void SetReceiveChunkSize(DWORD size) = 0;
 
-    /// Runs one request to its end: S_OK, or E_FAIL when no response came or its body was not read to the announced
-    /// length. The status code is not judged: a 404 page is delivered like any other body.
-    /// `url` begins with "http://" or "https://"; `verb` may be null or empty ("GET", or "POST" with post data);
-    /// `proxy` names a proxy to use, `disableProxy` goes past any; `headers` are extra header lines, each ended by
+    /// Runs one request to its end: S_OK, or E_FAIL when no response came, the receiver or the observer ended it,
+    /// memory ran out, or a body for a stream was not read to the announced length. The status code is not judged: a
+    /// 404 page is delivered like any other body. `url` begins with "http://" or "https://"; `verb` may be null or
+    /// empty ("GET", or "POST" with post data); `proxy` names a proxy to use, `disableProxy` goes past any; `headers`
+    /// are extra header lines, each ended by
     /// "\r\n"; the body goes to the file `responseFile` (appended), or to `stream`, or else into memory for the
     /// progress observer. All pointers but `url` may be null.
     virtual HRESULT OpenUrl(const char* url, const char* verb, const wchar_t* proxy, BOOL disableProxy,
@@ -29,7 +30,7 @@ class INetKernelBase {
     virtual void Close() = 0;
     /// Close, and forget the window and the observer. Always 0.
     virtual DWORD Reset() = 0;
-    /// How the last read of a stream-buffer receive failed: 0 not at all, 1 failed, 2 timed out.
+    /// How the latest failed read of a stream-buffer receive failed: 1 failed, 2 timed out; 0 while none has.
     virtual DWORD GetErrorType() = 0;
     /// Longest silence of the server while a response is awaited or read, in milliseconds; 0 means 30000.
     virtual void SetReceiveTimeout(DWORD milliseconds) = 0;

@@ -285,6 +285,7 @@ bool NetKernelBase::WritePostData(const BYTE* data, DWORD length) {
         const DWORD blockEnd = total + std::min(length - total, kUploadBlock);
         while (total < blockEnd) {
             DWORD written = 0;
+            // A write of nothing would be repeated for ever.
             if (InternetWriteFile(m_hRequest.get(), data + total, blockEnd - total, &written) == 0 || written == 0) {
                 return false;
             }
@@ -310,7 +311,8 @@ bool NetKernelBase::WriteStreamContent(INetKernelContentStream& stream, DWORD le
             return false;
         }
         DWORD written = 0;
-        if (InternetWriteFile(m_hRequest.get(), data, size, &written) == 0) {
+        // A write of nothing would be repeated for ever.
+        if (InternetWriteFile(m_hRequest.get(), data, size, &written) == 0 || written == 0) {
             Log(3, L"[Error] NetKernelBase::WriteStreamContent InternetWriteFile failed. Last error: %lu",
                 GetLastError());
             return false;

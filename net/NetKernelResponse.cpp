@@ -1,5 +1,6 @@
 // The second half of a request: the response's headers and body.
 #include <algorithm>
+#include <cstddef>
 #include <cstring>
 #include <limits>
 #include <new>
@@ -232,8 +233,8 @@ bool NetKernelBase::ReceiveResponseToFile(std::uint64_t length, const std::wstri
 
 bool NetKernelBase::ReceiveResponseToBuffer(Outcome& outcome) {
     const std::uint64_t length = outcome.contentLength;
-    if (length >= std::numeric_limits<size_t>::max()) {
-        throw std::bad_alloc();
+    if (length >= static_cast<std::uint64_t>(std::numeric_limits<std::ptrdiff_t>::max())) {
+        throw std::bad_alloc();  // no object can be that large
     }
     const size_t size = length == 0 ? kBufferWithoutLength : static_cast<size_t>(length) + 1;
     outcome.buffer = NewBuffer(size);

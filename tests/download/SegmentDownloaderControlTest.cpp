@@ -1,4 +1,5 @@
 // What the engine's control threads do to the downloader: the folder, clear, and closing in every state.
+#include <atomic>
 #include <string>
 #include <thread>
 #include <vector>
@@ -278,10 +279,9 @@ TEST_F(SegmentDownloaderClose, DestructorDoesItAndLogs) {
     m_downloader.reset();
     EXPECT_EQ(m_receiver.Numbers(), Numbers{kEndMarker});
     const Lines lines = log.Lines();
-    ASSERT_GE(lines.size(), 3u);
+    ASSERT_GE(lines.size(), 2u);
     EXPECT_EQ(lines[0], " SegmentDownloader::~SegmentDownloader ");
     EXPECT_EQ(lines[1], " SegmentDownloader::CloseThread ");
-    EXPECT_EQ(lines[2], " WorkerProcessor::CloseThread ");
     // Once for the downloader, once for its base.
     EXPECT_EQ(log.Count(" WorkerProcessor::CloseThread Finish"), 2u);
     EXPECT_EQ(m_queue.use_count(), 1) << "the queue is let go";
@@ -293,6 +293,26 @@ TEST_F(SegmentDownloaderClose, RacesWithTheFirstSegmentAndTheStart) {
     std::jthread pusher([this] { Push(1); });
     EXPECT_EQ(m_downloader->CloseThread(), 0);
     EXPECT_FALSE(m_downloader->IsThreadRunning());
+}
+
+// A clear empties the queue in which a close has just put its marker; without a marker the thread would sleep in pop for
+// ever and the close with it.
+TEST(SegmentDownloaderCloseRace, AClearMeanwhileDoesNotTakeTheMarkerAway) {
+    for (int i = 0; i < 500; ++i) {
+        test::FakeReceiver receiver;
+        SegmentDownloader downloader(receiver, std::make_unique<test::FakeNetKernel>());
+        const auto queue = std::make_shared<SegmentQueue>(0);
+        ASSERT_EQ(downloader.Init(queue), 0);
+        std::atomic<bool> closed{false};
+        std::thread clearer([&] {
+            while (!closed) {
+                downloader.clear();
+            }
+        });
+        EXPECT_EQ(downloader.CloseThread(), 0);
+        closed = true;
+        clearer.join();
+    }
 }
 
 TEST(SegmentDownloaderLife, LogsConstructionInitAndDestructionAtLevelFour) {

@@ -81,7 +81,7 @@ class FakeCallback final : public IKVMPDCallback {
         return m_delivered;
     }
     std::vector<Delivered> All() { return Await(0); }
-    int References() {
+    ULONG References() {
         const std::lock_guard lock(m_mutex);
         return m_references;
     }
@@ -123,7 +123,7 @@ class FakeCallback final : public IKVMPDCallback {
     std::condition_variable m_changed;
     std::vector<Delivered> m_delivered;
     std::vector<DWORD> m_threads;
-    int m_references = 1;
+    ULONG m_references = 1;
     int m_added = 0;
     bool m_blocked = false;
     bool m_inside = false;

@@ -112,6 +112,8 @@ TEST(MPDEventHandlerSending, LogsEachKindAtLevelFour) {
     FakeCallback host;
     MPDEventHandler handler;
     handler.SetCallback(&host);
+    handler.OnBuffering(0, 0, 0);
+    host.Await(1);  // the delivery thread has logged its beginning
     for (LONG level : {3, 4}) {
         const LogCapture log(level);
         handler.OnStreamDwordEvent(4000000000, -5, 6);
@@ -266,11 +268,12 @@ TEST(MPDEventHandlerMemory, EventWithoutMemoryIsSkipped) {
     FakeCallback host;
     MPDEventHandler handler;
     handler.SetCallback(&host);
+    std::wstring text = L"text";
     {
         const test::NoMemory noMemory;  // verbosity 0: the capture of a line would need memory of its own
         handler.OnStreamDwordEvent(1, 0, 0);
         handler.OnBuffering(1, 2, 3);
-        handler.onStreamStringEvent(2, L"short");
+        handler.onStreamStringEvent(2, std::move(text));
     }
     handler.OnStreamDwordEvent(3, 0, 0);
     EXPECT_EQ(host.Await(1), Calls{NumberEvent(3, 0, 0)});
