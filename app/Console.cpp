@@ -67,7 +67,7 @@ void Console::Error(const std::string& sentence) {
     Print(stderr, "kvmpd: " + sentence);
 }
 
-void Console::Progress(const std::string& line) {
+void Console::Progress(const std::string& line, bool last) {
     if (m_options.quiet || m_options.json) {
         return;
     }
@@ -81,7 +81,7 @@ void Console::Progress(const std::string& line) {
         return;
     }
     const auto now = std::chrono::steady_clock::now();
-    if (m_anyProgress && now - m_lastProgress < kPlainInterval) {
+    if (m_anyProgress && !last && now - m_lastProgress < kPlainInterval) {
         return;
     }
     m_anyProgress = true;

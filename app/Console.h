@@ -31,8 +31,8 @@ class Console {
     void SayJson(std::string_view line);
     // Shown whatever was asked for; "kvmpd: " is put in front.
     void Error(const std::string& sentence);
-    // On a terminal refreshed in place, otherwise a line every few seconds.
-    void Progress(const std::string& line);
+    // On a terminal refreshed in place, otherwise a line every few seconds; the last one always.
+    void Progress(const std::string& line, bool last);
     // Removes a progress line that stands on the terminal.
     void EndProgress();
 

@@ -188,9 +188,16 @@ void Recorder::Follow() {
         }
         lock.unlock();
         RetryManifestWhenDue();
-        ShowProgress();
+        ShowProgress(/*last=*/false);
         lock.lock();
     }
+    // What was reported before the end is still said.
+    const auto events = std::exchange(m_events, {});
+    lock.unlock();
+    for (const auto& [time, event] : events) {
+        HandleEvent(event, time);
+    }
+    ShowProgress(/*last=*/true);
 }
 
 void Recorder::HandleEvent(const StreamEvent& event, std::int64_t timeMs) {
@@ -242,10 +249,13 @@ void Recorder::RetryManifestWhenDue() {
     }
 }
 
-void Recorder::ShowProgress() {
+void Recorder::ShowProgress(bool last) {
     const Clock::time_point now = Clock::now();
+    if ((now < m_nextProgress && !last) || !m_progress.buffering) {
+        return;
+    }
     const auto summary = m_recording->TrySnapshot();
-    if (now < m_nextProgress || !summary || !m_progress.buffering) {
+    if (!summary) {
         return;
     }
     m_nextProgress = now + (m_console.Json() ? kProgressJson : kProgressOnTerminal);
@@ -256,7 +266,7 @@ void Recorder::ShowProgress() {
     }
     m_progress.recordedMs = summary->recordedMs;
     m_progress.bytes = summary->bytes;
-    m_console.Progress(ProgressLine(m_progress));
+    m_console.Progress(ProgressLine(m_progress), last);
     m_console.SayJson(ProgressJson(m_progress, SinceStartMs()));
 }
 

@@ -73,7 +73,7 @@ class Recorder final : private EventSink, private PumpListener {
     void HandleManifest(const ManifestEvent& event);
     void HandleChosenQuality(const QualityChosenEvent& event);
     void RetryManifestWhenDue();
-    void ShowProgress();
+    void ShowProgress(bool last);
     ExitCode FinishFile();
     void CloseOrLeave(ExitCode code);
     std::int64_t SinceStartMs() const;

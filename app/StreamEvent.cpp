@@ -38,7 +38,8 @@ struct Describer {
         if (event.reset) {
             return "the stream was reset to its live edge; positions restart at 0";
         }
-        return event.seek ? "a seek is done; positions restart at 0" : "the preferred delay did not change";
+        return event.seek ? "a seek is done; positions restart at 0"
+                          : "a preferred delay was set; the stream stays where it is";
     }
     std::string operator()(const DownloadFailedEvent&) const {
         return "a segment could not be downloaded; the stream goes on with the next one";

@@ -23,7 +23,7 @@ struct QualityChosenEvent {
 };
 
 // reset: the stream went back to its live edge; seek: a seek is done. Either way byte positions restart at 0. Neither:
-// a preferred delay was given that changes nothing.
+// a preferred delay was set that does not move the stream now.
 struct PositionEvent {
     bool reset = false;
     bool seek = false;

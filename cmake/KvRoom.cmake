@@ -38,6 +38,6 @@ function(kv_add_test program)
     endif()
     add_executable(${program} ${ARG_SOURCES})
     target_link_libraries(${program} PRIVATE kv_test_support ${ARG_DEPS})
-    gtest_discover_tests(${program} TEST_PREFIX "${program}." DISCOVERY_TIMEOUT 60
+    gtest_discover_tests(${program} TEST_PREFIX "${program}." NO_PRETTY_VALUES DISCOVERY_TIMEOUT 60
                          PROPERTIES TIMEOUT ${ARG_TIMEOUT} LABELS "${ARG_LABELS}")
 endfunction()

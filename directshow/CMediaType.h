@@ -36,7 +36,7 @@ class CMediaType : public AM_MEDIA_TYPE {
     // Same types, sizes and format bytes.
     bool operator==(const CMediaType& other) const;
 
-    // A wildcard type leaves its major type, subtype or format type null; a type is fully specified otherwise.
+    // Whether the major type or the format type is null. A null subtype alone does not make a type a wildcard.
     bool IsPartiallySpecified() const;
     // Whether this type agrees with `pattern` in everything that the pattern names.
     bool MatchesPartial(const CMediaType& pattern) const;

@@ -22,6 +22,7 @@ struct IKVMPDCallback : public IUnknown {
 
     // Buffering progress, in milliseconds of media time on the stream's own time line (0 is the first segment after the
     // last reset): play is where the seekable range starts, buffered where the downloaded part of it ends, total where
-    // the known part of the stream ends.
+    // the known part of the stream ends. A segment may be downloaded a moment before it is counted into total: for that
+    // moment buffered lies beyond total.
     virtual HRESULT STDMETHODCALLTYPE OnBuffering(LONGLONG play, LONGLONG buffered, LONGLONG total) = 0;
 };

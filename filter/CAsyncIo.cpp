@@ -95,8 +95,8 @@ HRESULT CAsyncIo::TakeDone(DWORD timeout, std::list<CAsyncRequest>* taken) {
     return S_OK;
 }
 
-HRESULT CAsyncIo::WaitForNext(DWORD timeout, IMediaSample** sample, DWORD_PTR* user, LONG* actual) {
-    *sample = nullptr;
+HRESULT CAsyncIo::WaitForNext(DWORD timeout, ComPtr<IMediaSample>* sample, DWORD_PTR* user, LONG* actual) {
+    sample->Reset();
     *user = 0;
     *actual = 0;
     std::list<CAsyncRequest> taken;
@@ -104,7 +104,7 @@ HRESULT CAsyncIo::WaitForNext(DWORD timeout, IMediaSample** sample, DWORD_PTR* u
     if (!taken.empty()) {
         const CAsyncRequest& request = taken.front();
         hr = request.Result();
-        *sample = request.Sample();
+        *sample = ComPtr<IMediaSample>(request.Sample());
         *user = request.User();
         *actual = request.ActualLength();
         if (hr == S_FALSE) {

@@ -3,17 +3,18 @@
 //
 // A queued request waits in the work list, is completed by the worker, and waits in the done list until WaitForNext
 // hands it out; requests come back in the order in which they were made. Flushing refuses new requests and moves the
-// waiting ones to the done list as they are, so that every sample comes back. Closing does the same for good and ends
-// the worker. The worker is started by the first request: a reader that only reads synchronously costs no thread.
+// waiting ones to the done list as they are, so that every sample comes back; the request that the worker is completing
+// goes before them. Closing moves them at once, before the worker's request, refuses new ones for good and ends the
+// worker. The worker is started by the first request: a reader that only reads synchronously costs no thread.
 //
 // Any thread may call anything, except Close and the destructor, which belong to the owner. The queue's lock is a leaf:
-// it is not held while a request is completed. A sample in the queue is kept alive by the queue, and WaitForNext hands
-// out the pointer that Request was given without adding a reference to the caller's.
+// it is not held while a request is completed. A sample in the queue is kept alive by the queue.
 
 #pragma once
 
 #include <list>
 
+#include "common/ComPtr.h"
 #include "common/Handle.h"
 #include "common/Locks.h"
 #include "filter/CAsyncRequest.h"
@@ -36,8 +37,9 @@ class CAsyncIo {
     // The oldest completed request, waiting up to `timeout` milliseconds (or INFINITE) for one. Its result is the
     // request's; bytes that were not there yet (S_FALSE) are E_FAIL unless the read ended at the stream's end.
     // VFW_E_TIMEOUT with a null sample: the time ran out; with a sample: the request was flushed. VFW_E_WRONG_STATE
-    // with a null sample: flushing or closed, and every request has been handed out.
-    HRESULT WaitForNext(DWORD timeout, IMediaSample** sample, DWORD_PTR* user, LONG* actual);
+    // with a null sample: flushing or closed, and every request has been handed out. The queue's reference on the
+    // sample becomes the caller's.
+    HRESULT WaitForNext(DWORD timeout, ComPtr<IMediaSample>* sample, DWORD_PTR* user, LONG* actual);
 
     // Reads at once, on this thread; *actual receives the bytes read. SyncRead has no alignment to keep.
     HRESULT SyncReadAligned(LONGLONG position, LONG length, BYTE* buffer, LONG* actual, IMediaSample* sample);

@@ -125,6 +125,10 @@ void CAsyncOutputPin::WaitBeforeRetry(DWORD milliseconds) {
 
 HRESULT CAsyncOutputPin::RequestAllocator(IMemAllocator* pPreferred, ALLOCATOR_PROPERTIES* pProps,
                                           IMemAllocator** ppActual) {
+    const CallScope call(*this);
+    if (!call) {
+        return E_FAIL;
+    }
     if (pProps == nullptr || ppActual == nullptr) {
         return E_POINTER;
     }
@@ -168,6 +172,7 @@ HRESULT CAsyncOutputPin::PrepareRead(IMediaSample* sample, REFERENCE_TIME start,
     if (const HRESULT hr = m_pIo->Length(&total, &available); FAILED(hr)) {
         return hr;
     }
+    bool cut = false;
     if (read->position + length > total) {
         total = RoundUp(total, m_pIo->Alignment());
         if (read->position + length > total) {
@@ -175,15 +180,21 @@ HRESULT CAsyncOutputPin::PrepareRead(IMediaSample* sample, REFERENCE_TIME start,
                 return E_INVALIDARG;
             }
             length = total - read->position;
-            REFERENCE_TIME cut = total * kUnits;
-            sample->SetTime(&start, &cut);
+            cut = true;
         }
     }
     if (length > sample->GetSize()) {
         return VFW_E_BUFFER_OVERFLOW;  // the times ask for more than the sample has room for
     }
     read->length = static_cast<LONG>(length);
-    return sample->GetPointer(&read->buffer);
+    if (const HRESULT hr = sample->GetPointer(&read->buffer); FAILED(hr)) {
+        return hr;
+    }
+    if (cut) {  // only now: a sample that is refused stays as it was
+        REFERENCE_TIME end = total * kUnits;
+        sample->SetTime(&start, &end);
+    }
+    return S_OK;
 }
 
 HRESULT CAsyncOutputPin::Request(IMediaSample* pSample, DWORD_PTR dwUser) {
@@ -215,10 +226,12 @@ HRESULT CAsyncOutputPin::WaitForNext(DWORD dwTimeout, IMediaSample** ppSample, D
         return E_POINTER;
     }
     LONG actual = 0;
-    const HRESULT hr = m_pIo->WaitForNext(dwTimeout, ppSample, pdwUser, &actual);
+    ComPtr<IMediaSample> sample;  // the queue's reference: the requester may have released its own
+    const HRESULT hr = m_pIo->WaitForNext(dwTimeout, &sample, pdwUser, &actual);
     if (SUCCEEDED(hr)) {
-        (*ppSample)->SetActualDataLength(actual);
+        sample->SetActualDataLength(actual);
     }
+    *ppSample = sample.get();
     return hr;
 }
 
@@ -260,7 +273,7 @@ HRESULT CAsyncOutputPin::SyncRead(LONGLONG llPosition, LONG lLength, BYTE* pBuff
     }
     Log(6, L" CAsyncOutputPin::SyncRead %I64d, %ld", llPosition, lLength);
     CritSecLock lock(m_csRead);
-    // Asked once and not again while waiting: the reads of a stopped engine fail by themselves.
+    // Asked once and not again while waiting: the stream's own reads fail once it is stopped.
     if (m_pIo->IsStopped()) {
         Log(6, L" CAsyncOutputPin::SyncRead return E_FAIL due to stop");
         return E_FAIL;
@@ -285,6 +298,10 @@ HRESULT CAsyncOutputPin::SyncRead(LONGLONG llPosition, LONG lLength, BYTE* pBuff
 }
 
 HRESULT CAsyncOutputPin::Length(LONGLONG* pTotal, LONGLONG* pAvailable) {
+    const CallScope call(*this);
+    if (!call) {
+        return E_FAIL;
+    }
     if (pTotal == nullptr || pAvailable == nullptr) {
         return E_POINTER;
     }
@@ -292,10 +309,18 @@ HRESULT CAsyncOutputPin::Length(LONGLONG* pTotal, LONGLONG* pAvailable) {
 }
 
 HRESULT CAsyncOutputPin::BeginFlush() {
+    const CallScope call(*this);
+    if (!call) {
+        return E_FAIL;
+    }
     return m_pIo->BeginFlush();
 }
 
 HRESULT CAsyncOutputPin::EndFlush() {
+    const CallScope call(*this);
+    if (!call) {
+        return E_FAIL;
+    }
     return m_pIo->EndFlush();
 }
 

@@ -29,8 +29,9 @@ enum BackdoorId : DWORD {
     // S_OK, or the error for a folder that it cannot take.
     kBackdoorCacheFolder = 3,
 
-    // const DWORD*: where to start, as a count of segments behind the live edge. While a stream plays, a changed count
-    // moves it there; an unchanged one is answered with the position event (0, 0). S_OK.
+    // const DWORD*: where to start, as a count of segments behind the live edge. Used when a start is next chosen: the
+    // first load, a new URL, a switched quality, Run after a pause. A count that changes nothing - the same again, or
+    // before the first manifest - is answered with the position event (0, 0). S_OK.
     kBackdoorPreferDelaySegments = 4,
 
     // const DWORD*: preferred height of the video picture, in pixels, used when representations are next chosen. S_OK.
@@ -41,8 +42,9 @@ enum BackdoorId : DWORD {
     kBackdoorTargetQuality = 6,
 
     // const LONGLONG*: media time to seek to, in milliseconds, on the time line of IKVMPDCallback::OnBuffering. When
-    // the seek is done the position event (0, 1) is sent and byte positions restart at 0. S_OK; E_FAIL when the
-    // position lies outside what can be reached.
+    // the seek is done the position event (0, 1) is sent and byte positions restart at 0; a seek to the distance from
+    // the live edge that is already preferred moves nothing and sends none. S_OK; E_FAIL when the position lies outside
+    // what can be reached.
     kBackdoorPosition = 7,
 
     // Ignored param. Stops delivery: reads on the output pin answer E_FAIL until the next Load. S_OK.

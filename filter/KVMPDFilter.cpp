@@ -50,8 +50,8 @@ bool NeedsParam(DWORD id) {
 
 }  // namespace
 
-KVMPDFilter::KVMPDFilter(IUnknown* outer, HRESULT* phr) : CAsyncReader(outer, &m_stream, phr, CLSID_KVMPDFilter) {
-    m_registry.Open(kSettingsKey, /*create=*/false);
+KVMPDFilter::KVMPDFilter(IUnknown* outer, HRESULT* phr)
+    : CAsyncReader(outer, &m_stream, phr, CLSID_KVMPDFilter), m_registry(kSettingsKey, /*create=*/false) {
     m_stream.SetFilter(this);
 }
 
@@ -65,6 +65,7 @@ KVMPDFilter::~KVMPDFilter() {
 }
 
 CUnknown* KVMPDFilter::CreateInstance(IUnknown* outer, HRESULT* phr) {
+    *phr = S_OK;
     try {
         if (auto* filter = new (std::nothrow) KVMPDFilter(outer, phr)) {
             return filter;
@@ -90,19 +91,30 @@ HRESULT KVMPDFilter::NonDelegatingQueryInterface(REFIID riid, void** ppv) {
 
 HRESULT KVMPDFilter::Run(REFERENCE_TIME tStart) {
     Log(3, L" KVMPDFilter::Run ");
-    return Guarded([&] {
-        m_stream.Run();
-        return CAsyncReader::Run(tStart);
-    });
+    const auto runEngine = [&] {
+        return Guarded([&] {
+            m_stream.Run();
+            return S_OK;
+        });
+    };
+    runEngine();
+    const HRESULT hr = Guarded([&] { return CAsyncReader::Run(tStart); });
+    if (SUCCEEDED(hr)) {
+        // Until the base has stored the new state, a segment that arrives in a full cache still finds the filter paused
+        // and parks the loader, which nothing would wake again while the graph runs. From here on none does; a loader
+        // that is not parked is left alone.
+        runEngine();
+    }
+    return hr;
 }
 
 HRESULT KVMPDFilter::Load(LPCOLESTR pszFileName, const AM_MEDIA_TYPE* pmt) {
     Log(3, L" KVMPDFilter::Load %s", pszFileName != nullptr ? pszFileName : L"");
     CritSecLock lock(m_csFilter);
     if (pmt != nullptr) {
-        if (const HRESULT hr = m_mt.Set(*pmt); FAILED(hr)) {
-            return hr;
-        }
+        // A type for which there is no memory leaves the one before. The URL is loaded all the same: a load never
+        // fails.
+        m_mt.Set(*pmt);
     }
     return Load(pszFileName);
 }
@@ -122,17 +134,18 @@ HRESULT KVMPDFilter::GetCurFile(LPOLESTR* ppszFileName, AM_MEDIA_TYPE* pmt) {
         return E_POINTER;
     }
     *ppszFileName = nullptr;
-    return Guarded([&] {
-        // A name for which there is no memory stays null: hosts take a null name for "nothing loaded" and go on.
+    // A name for which there is no memory stays null: hosts take a null name for "nothing loaded" and go on.
+    Guarded([&] {
         if (const std::wstring url = m_stream.GetUrl(); !url.empty()) {
             *ppszFileName = TaskCopy(url);
         }
-        if (pmt != nullptr) {
-            CritSecLock lock(m_csFilter);
-            CopyMediaType(pmt, &m_mt);
-        }
         return S_OK;
     });
+    if (pmt != nullptr) {
+        CritSecLock lock(m_csFilter);
+        CopyMediaType(pmt, &m_mt);
+    }
+    return S_OK;
 }
 
 HRESULT KVMPDFilter::Backdoor(DWORD id, void* param) {

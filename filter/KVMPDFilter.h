@@ -21,7 +21,8 @@ class KVMPDFilter : public CAsyncReader, public IFileSourceFilter, public IKVMPD
     // Waits for readers inside the pin to leave, then for the engine's threads to end.
     ~KVMPDFilter() override;
 
-    // For the class factory: a filter without a reference; null, with E_OUTOFMEMORY in *phr, when there is no memory.
+    // For the class factory: a filter without a reference, with S_OK in *phr unless the base left a failure there;
+    // null, with E_OUTOFMEMORY, when there is no memory.
     static CUnknown* CreateInstance(IUnknown* outer, HRESULT* phr);
 
     KV_DECLARE_IUNKNOWN

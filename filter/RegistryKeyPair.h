@@ -15,6 +15,11 @@ class RegistryKeyPair {
   public:
     enum Root { kMachine = 0, kUser = 1 };
 
+    // Nothing open.
+    RegistryKeyPair() = default;
+    // As Open.
+    RegistryKeyPair(const std::wstring& subKey, bool create) { Open(subKey, create); }
+
     // Opens `subKey` for reading under both roots, machine first, closing what was open before. create: make the user's
     // key when it does not exist; the machine's is never made.
     void Open(const std::wstring& subKey, bool create);

@@ -12,19 +12,20 @@
 #include <string>
 #include <vector>
 
+#include "manifest/TextList.h"
 #include "platform/win32.h"
 
 namespace kvmpd {
 
 /// One quality of an adaptation set.
 struct RepresentationInfo {
-    LONG m_id = 0;                         ///< What the host sees and sets as the quality id.
-    std::string m_baseUrl;                 ///< Prefix of every segment URL; absolute, ending in what the names need.
-    std::vector<std::string> m_mediaUrls;  ///< Media name of timeline entry i.
-    LONG m_bandwidth = 0;                  ///< Bits per second as the manifest says; 0 when it does not.
-    LONG m_height = 0;                     ///< Pixels; 0 when unknown.
-    LONG m_width = 0;                      ///< Pixels; 0 when unknown.
-    LONG m_frameRate = 0;                  ///< The leading integer only: 30000/1001 is kept as 30000, 29.97 as 29.
+    LONG m_id = 0;          ///< What the host sees and sets as the quality id.
+    std::string m_baseUrl;  ///< Prefix of every segment URL; absolute, ending in what the names need.
+    TextList m_mediaUrls;   ///< Media name of timeline entry i.
+    LONG m_bandwidth = 0;   ///< Bits per second as the manifest says; 0 when it does not.
+    LONG m_height = 0;      ///< Pixels; 0 when unknown.
+    LONG m_width = 0;       ///< Pixels; 0 when unknown.
+    LONG m_frameRate = 0;   ///< The leading integer only: 30000/1001 is kept as 30000, 29.97 as 29.
 };
 
 struct AdaptationSetInfo {
@@ -64,8 +65,11 @@ inline DWORD LastSegmentDuration(const MPD& mpd) {
 /// The base URL followed by the media name, with nothing between them. Empty when the representation has no name for
 /// `index`: it lists fewer segments than the timeline, and the segment cannot be downloaded.
 inline std::string SegmentUrl(const RepresentationInfo& representation, size_t index) {
-    return index < representation.m_mediaUrls.size() ? representation.m_baseUrl + representation.m_mediaUrls[index]
-                                                     : std::string();
+    std::string url;
+    if (index < representation.m_mediaUrls.size()) {
+        url.append(representation.m_baseUrl).append(representation.m_mediaUrls[index]);
+    }
+    return url;
 }
 
 }  // namespace kvmpd

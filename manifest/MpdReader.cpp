@@ -105,12 +105,13 @@ void ReadMediaUrls(const XMLElement& element, RepresentationInfo& representation
     }
     EachChild(*segmentList, "SegmentURL", [&representation](const XMLElement& segmentUrl) {
         if (const char* media = segmentUrl.Attribute("media")) {
-            representation.m_mediaUrls.emplace_back(media);
+            representation.m_mediaUrls.push_back(media);
         } else {
             Log(3, L"[Error] MpdParser::parse failed to get media from SegmentURL");
         }
         return true;
     });
+    representation.m_mediaUrls.shrink_to_fit();
 }
 
 /// False when the representation is skipped: without an id the host could not name it, without a base there is no URL.

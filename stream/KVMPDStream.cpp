@@ -47,6 +47,9 @@ HRESULT KVMPDStream::SetAudioPointer(LONGLONG llPos) {
 }
 
 HRESULT KVMPDStream::Read(BYTE* pbBuffer, DWORD dwBytesToRead, BOOL /*bAlign*/, DWORD* pdwBytesRead) {
+    if (m_bStopNow.load()) {
+        return E_FAIL;
+    }
     const HRESULT result = ReadBuffer(pbBuffer, dwBytesToRead);
     if (SUCCEEDED(result) && pdwBytesRead) {
         *pdwBytesRead = dwBytesToRead;
@@ -55,6 +58,9 @@ HRESULT KVMPDStream::Read(BYTE* pbBuffer, DWORD dwBytesToRead, BOOL /*bAlign*/, 
 }
 
 HRESULT KVMPDStream::ReadAudio(BYTE* pbBuffer, DWORD dwBytesToRead, BOOL /*bAlign*/, DWORD* pdwBytesRead) {
+    if (m_bStopNow.load()) {
+        return E_FAIL;
+    }
     const HRESULT result = ReadAudioBuffer(pbBuffer, dwBytesToRead);
     if (SUCCEEDED(result) && pdwBytesRead) {
         *pdwBytesRead = dwBytesToRead;
@@ -138,10 +144,17 @@ HRESULT KVMPDStream::CreateBuffer(DWORD size) {
     return S_OK;
 }
 
+/// Not once the engine closes: the queue may then hold the end marker, without which the downloader never ends.
+void KVMPDStream::ClearDownloader() {
+    if (!m_bClosing.load()) {
+        m_pDownloader->clear();
+    }
+}
+
 /// Empties everything between the loader and the reader; the loader chooses its start anew, at once.
 void KVMPDStream::RestartLoading() {
     m_pLoader->resetStart();
-    m_pDownloader->clear();
+    ClearDownloader();
     resetSegmentCache(true);
     releaseBuffer();
     // Without a manifest, which the reset has dropped, nothing else wakes a loader that sleeps without limit.
@@ -218,7 +231,7 @@ LONG KVMPDStream::SetVideoQualityID(DWORD id) {
     m_pLoader->SetTargetVideoQualityID(id);
     releaseBuffer();
     resetSegmentCache(true);
-    m_pDownloader->clear();
+    ClearDownloader();
     m_pLoader->resetStart();
     m_pLoader->Wake();
     return 1;
@@ -287,9 +300,20 @@ HRESULT KVMPDStream::SetCallback(IKVMPDCallback* callback) {
     return result;
 }
 
+/// Under the lock under which a restart looks at the flag and clears the downloader: every clear is over by now, or is
+/// not made, and cannot take away the end marker that comes next.
+void KVMPDStream::BeginClosing() {
+    if (!m_pLoader) {
+        m_bClosing.store(1);
+        return;
+    }
+    const CritSecLock publication(m_pLoader->Publication());
+    m_bClosing.store(1);
+}
+
 HRESULT KVMPDStream::CloseThread() {
     Log(4, L" KVMPDStream::CloseThread ");
-    m_bClosing.store(1);
+    BeginClosing();
     SetEvent(m_hBufferEvent.get());
     SetEvent(m_hSegmentEvent.get());
     if (m_pLoader) {

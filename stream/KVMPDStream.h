@@ -21,7 +21,9 @@
 //
 // Wake-ups. m_hBufferEvent (something was consumed, or the buffers were emptied) and m_hSegmentEvent (the cache gained
 // a segment) are manual-reset. Only the feed resets the first, under m_csBuffer, where every reader signals it, and
-// looks at m_bClosing afterwards; nobody resets the second. So neither a read nor a close can go unseen.
+// looks at m_bClosing afterwards; nobody resets the second. So neither a read nor a close can go unseen. The downloader
+// is woken by the end marker in its queue; m_bClosing is set under the publication lock, and no restart clears the
+// queue afterwards.
 #pragma once
 
 #include <atomic>
@@ -52,7 +54,8 @@ class KVMPDStream : public CAsyncStream, public WorkerProcessor, private LoaderO
     HRESULT SetPointer(LONGLONG llPos) override;
     HRESULT SetAudioPointer(LONGLONG llPos) override;
     /// Whenever the result is not negative, the requested count is reported as read, also for "not yet": the reader
-    /// asks for the whole range again.
+    /// asks for the whole range again. E_FAIL while stopped, so that a reader which waits for bytes ends with its next
+    /// attempt.
     HRESULT Read(BYTE* pbBuffer, DWORD dwBytesToRead, BOOL bAlign, DWORD* pdwBytesRead) override;
     HRESULT ReadAudio(BYTE* pbBuffer, DWORD dwBytesToRead, BOOL bAlign, DWORD* pdwBytesRead) override;
     HRESULT Size(LONGLONG* pllStart, LONGLONG* pllEnd) override;
@@ -76,7 +79,7 @@ class KVMPDStream : public CAsyncStream, public WorkerProcessor, private LoaderO
     HRESULT CreateBuffer(DWORD size);
     /// Leaves a paused loader and restarts the stream at the live edge; else nothing.
     void Run();
-    /// Non-zero: the pin refuses reads.
+    /// Non-zero: Read and ReadAudio fail, and the pin refuses new reads without asking.
     void StopNow(BOOL bStop);
     /// Longest total duration of the cache in seconds, from the next segment on. S_OK.
     HRESULT SetMaxCacheTime(DWORD seconds);
@@ -128,6 +131,8 @@ class KVMPDStream : public CAsyncStream, public WorkerProcessor, private LoaderO
     friend struct KVMPDStreamTestAccess;
 
     void OnSegmentFailed() override;
+    void BeginClosing();
+    void ClearDownloader();
     void RestartLoading() REQUIRES(m_csCache);
     LONG SeekInCache(LONGLONG llPosition);
     LONG SeekInManifest(LONGLONG llPosition, DWORD manifestLength);

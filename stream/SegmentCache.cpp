@@ -7,8 +7,8 @@
 namespace kvmpd {
 namespace {
 
-// While the graph runs, this many copied segments stay in front of the one being copied, so that a reader which is a
-// little behind is not cut off.
+// While the graph runs, nothing is released unless this many copied segments lie in front of the one being copied, so
+// that a reader which is a little behind is not cut off; the cache exceeds its limit instead.
 constexpr LONG kKeptBehindFeed = 3;
 
 }  // namespace

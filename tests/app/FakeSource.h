@@ -24,24 +24,33 @@ inline void Append(Bytes& to, const Bytes& more) {
     to.insert(to.end(), more.begin(), more.end());
 }
 
+inline void AppendNumber(Bytes& to, std::uint64_t number, int bits) {
+    for (int shift = bits - 8; shift >= 0; shift -= 8) {
+        to.push_back(static_cast<std::uint8_t>(number >> shift));
+    }
+}
+
+inline void AppendType(Bytes& to, const char* type) {
+    for (int i = 0; i < 4; ++i) {
+        to.push_back(static_cast<std::uint8_t>(type[i]));
+    }
+}
+
 // A box with a 32-bit size.
 inline Bytes MakeBox(const char* type, const Bytes& body) {
-    const auto size = static_cast<std::uint32_t>(8 + body.size());
-    Bytes box{static_cast<std::uint8_t>(size >> 24), static_cast<std::uint8_t>(size >> 16),
-              static_cast<std::uint8_t>(size >> 8), static_cast<std::uint8_t>(size)};
-    box.insert(box.end(), type, type + 4);
+    Bytes box;
+    AppendNumber(box, 8 + body.size(), 32);
+    AppendType(box, type);
     Append(box, body);
     return box;
 }
 
 // The same with the size in 64 bits; claimed: the size to write when it is not the true one.
 inline Bytes MakeLongBox(const char* type, const Bytes& body, std::optional<std::uint64_t> claimed = {}) {
-    const std::uint64_t size = claimed.value_or(16 + body.size());
-    Bytes box{0, 0, 0, 1};
-    box.insert(box.end(), type, type + 4);
-    for (int shift = 56; shift >= 0; shift -= 8) {
-        box.push_back(static_cast<std::uint8_t>(size >> shift));
-    }
+    Bytes box;
+    AppendNumber(box, 1, 32);
+    AppendType(box, type);
+    AppendNumber(box, claimed.value_or(16 + body.size()), 64);
     Append(box, body);
     return box;
 }

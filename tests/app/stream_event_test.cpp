@@ -46,7 +46,7 @@ INSTANTIATE_TEST_SUITE_P(
                   R"({"type":"event","time":1.500,"event":"position","reset":true,"seek":false})"},
         EventCase{kEventPosition, 0, 1, "a seek is done; positions restart at 0",
                   R"({"type":"event","time":1.500,"event":"position","reset":false,"seek":true})"},
-        EventCase{kEventPosition, 0, 0, "the preferred delay did not change",
+        EventCase{kEventPosition, 0, 0, "a preferred delay was set; the stream stays where it is",
                   R"({"type":"event","time":1.500,"event":"position","reset":false,"seek":false})"},
         EventCase{kEventDownloadFailed, 0, 0, "a segment could not be downloaded; the stream goes on with the next one",
                   R"({"type":"event","time":1.500,"event":"download_failed"})"},

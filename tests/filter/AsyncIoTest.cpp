@@ -23,7 +23,9 @@ class AsyncIo : public ReaderFixture {
     };
     Next Wait(DWORD timeout = INFINITE) {
         Next next{};
-        next.hr = io.WaitForNext(timeout, &next.sample, &next.user, &next.actual);
+        ComPtr<IMediaSample> sample;
+        next.hr = io.WaitForNext(timeout, &sample, &next.user, &next.actual);
+        next.sample = sample.get();  // alive: the test holds its own reference
         return next;
     }
     HRESULT Queue(LONGLONG position, LONG length, DWORD_PTR user, IMediaSample* sample = nullptr) {
@@ -146,7 +148,7 @@ TEST_F(AsyncIo, ClosingEndsAWaitAndRefusesMore) {
     io.Close();
 }
 
-TEST_F(AsyncIo, ClosingWaitsForTheReadInProgressAndDropsTheRest) {
+TEST_F(AsyncIo, ClosingGivesBackWhatWaitsAndWaitsForTheReadInProgress) {
     MakeSamples(2, 16);
     ComPtr<IMediaSample> one = SampleFor(0, 4);
     ComPtr<IMediaSample> two = SampleFor(4, 4);

@@ -63,18 +63,12 @@ TEST_F(Backdoor, CacheFolderIsPassedOnWithItsResult) {
     EXPECT_TRUE(log.Contains(" KVMPDFilter::SetCacheFileFolder : (null)"));
 }
 
-TEST_F(Backdoor, DelayIsACountOfSegments) {
-    EXPECT_EQ(Set(kBackdoorPreferDelaySegments, DWORD{4}), S_OK);
-    EXPECT_TRUE(log.Contains(" KVMPDStream::SetPreferDelaySegment : 4"));
-    EXPECT_TRUE(log.Contains(" KVMPDStream::SetPreferDelaySegment target segment is 0"));
-}
-
-TEST_F(Backdoor, AnUnchangedDelayIsAnsweredWithThePositionEvent) {
+TEST_F(Backdoor, ADelayThatMovesNothingIsAnsweredWithThePositionEvent) {
     RecordingCallback callback;
-    Set(kBackdoorPreferDelaySegments, DWORD{4});
     ASSERT_EQ(filter->SetCallback(&callback), S_OK);
-    EXPECT_EQ(Set(kBackdoorPreferDelaySegments, DWORD{4}), S_OK);
+    EXPECT_EQ(Set(kBackdoorPreferDelaySegments, DWORD{4}), S_OK);  // nothing is loaded yet
     EXPECT_EQ(callback.WaitForId(kEventPosition), (HeardEvent{kEventPosition, 0, 0, {}}));
+    EXPECT_TRUE(log.Contains(" KVMPDStream::SetPreferDelaySegment : 4"));
     filter->SetCallback(nullptr);
 }
 
@@ -106,28 +100,35 @@ INSTANTIATE_TEST_SUITE_P(All, BackdoorWithoutParam,
                          testing::Values(kBackdoorMaxCacheTime, kBackdoorPreferDelaySegments, kBackdoorPreferQuality,
                                          kBackdoorTargetQuality, kBackdoorPosition));
 
-// The preferred height and the forced id as a host sees them: in the quality that plays.
-class BackdoorQuality : public Backdoor {
+// Settings whose effect shows when a stream plays.
+class BackdoorLive : public Backdoor {
   protected:
-    BackdoorQuality() {
+    BackdoorLive() {
         ServeLive(peer);
         filter->Backdoor(kBackdoorCacheFolder, const_cast<char*>(folder.Path().string().c_str()));
         filter->SetCallback(&callback);
     }
-    ~BackdoorQuality() override { filter.Reset(); }
+    ~BackdoorLive() override { filter.Reset(); }
 
     TempDir folder;
     ScriptedPeer peer;
     RecordingCallback callback;
 };
 
-TEST_F(BackdoorQuality, PreferredHeightDecidesTheChoice) {
+TEST_F(BackdoorLive, PreferredHeightDecidesTheChoice) {
     EXPECT_EQ(Set(kBackdoorPreferQuality, DWORD{360}), S_OK);
     filter->Load(peer.UrlW("/live.mpd").c_str());
     EXPECT_EQ(callback.WaitForId(kEventQualityChosen), (HeardEvent{kEventQualityChosen, 1, 0, {}}));
 }
 
-TEST_F(BackdoorQuality, ATargetSwitchesTheRunningStream) {
+TEST_F(BackdoorLive, DelayIsACountOfSegments) {
+    filter->Load(peer.UrlW("/live.mpd").c_str());
+    callback.WaitForId(kEventManifest);
+    EXPECT_EQ(Set(kBackdoorPreferDelaySegments, DWORD{2}), S_OK);
+    EXPECT_TRUE(log.Contains(" KVMPDStream::SetPreferDelaySegment target segment is 100"));  // of 100 to 102
+}
+
+TEST_F(BackdoorLive, ATargetSwitchesTheRunningStream) {
     filter->Load(peer.UrlW("/live.mpd").c_str());
     EXPECT_EQ(callback.WaitForId(kEventQualityChosen).first, 2);  // 720 is preferred from the start
     EXPECT_EQ(Set(kBackdoorTargetQuality, DWORD{3}), S_OK);

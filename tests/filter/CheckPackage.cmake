@@ -8,6 +8,15 @@ execute_process(COMMAND ${CMAKE_COMMAND} -S ${HOST} -B ${WORK}/build -DCMAKE_PRE
                 OUTPUT_QUIET COMMAND_ERROR_IS_FATAL ANY)
 execute_process(COMMAND ${CMAKE_COMMAND} --build ${WORK}/build OUTPUT_QUIET COMMAND_ERROR_IS_FATAL ANY)
 
+# The page for hosts shows this very program.
+file(READ ${HOST}/main.cpp source)
+file(READ ${HOST}/../../docs/hosting.md page)
+string(STRIP "${source}" source)
+string(FIND "${page}" "${source}" found)
+if(found EQUAL -1)
+    message(FATAL_ERROR "docs/hosting.md does not show examples/minimal-host/main.cpp as it is")
+endif()
+
 function(check_host program)
     execute_process(COMMAND ${program} http://127.0.0.1:1/live.mpd ${WORK} RESULT_VARIABLE result
                     OUTPUT_VARIABLE output ERROR_VARIABLE errors TIMEOUT 60)

@@ -1,5 +1,8 @@
+#include <filesystem>
+#include <functional>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -124,7 +127,9 @@ TEST_F(ControlInterface, TheLoadedUrlAndTypeAreAnswered) {
     ScriptedPeer peer;
     const std::wstring url = peer.UrlW("/none.mpd");
     CMediaType type = MakeType(MEDIATYPE_Stream, kFakeSubtype);
+    LogCapture log(3);
     EXPECT_EQ(static_cast<IFileSourceFilter*>(filter.get())->Load(url.c_str(), &type), S_OK);
+    EXPECT_EQ(log.Count(" KVMPDFilter::Load " + peer.Url("/none.mpd")), 2u);  // once as a file, once as a URL
     CMediaType answered;
     EXPECT_EQ(CurrentFile(&answered), url);
     EXPECT_EQ(answered.subtype, kFakeSubtype);
@@ -159,6 +164,45 @@ TEST_F(ControlInterface, RunIsLoggedAndRuns) {
     EXPECT_EQ(filter->GetState(0, &state), S_OK);
     EXPECT_EQ(state, State_Running);
     EXPECT_EQ(log.Lines(), std::vector<std::string>{" KVMPDFilter::Run "});
+}
+
+// A filter on which something happens while the base class's Run goes over the pins: the new state is not stored yet.
+class FilterCaughtRunning final : public KVMPDFilter {
+  public:
+    FilterCaughtRunning() : KVMPDFilter(nullptr, nullptr) {}
+    int GetPinCount() override {
+        if (auto now = std::exchange(inRun, nullptr)) {
+            now();
+        }
+        return KVMPDFilter::GetPinCount();
+    }
+    std::function<void()> inRun;
+};
+
+TEST_F(ControlInterface, ASegmentThatFillsThePausedCacheWhileTheGraphStartsDoesNotParkTheStream) {
+    LogCapture log(6);
+    TempDir folder;
+    ScriptedPeer peer;
+    ServeLive(peer);
+    const std::string newest = VideoFile(2, 102);
+    peer.On("/v2/102.bin", PeerReply::Head(newest.size()).Stall().Send(newest));
+    RecordingCallback callback;
+    ComPtr<FilterCaughtRunning> starting(new FilterCaughtRunning);
+    starting->Backdoor(kBackdoorCacheFolder, const_cast<char*>(folder.Path().string().c_str()));
+    starting->SetCallback(&callback);
+    DWORD seconds = 1;  // less than a segment
+    starting->Backdoor(kBackdoorMaxCacheTime, &seconds);
+    ASSERT_EQ(starting->Pause(), S_OK);
+    starting->KVMPDFilter::Load(peer.UrlW("/live.mpd").c_str());
+    callback.WaitForId(kEventQualityChosen);
+    starting->inRun = [&] {
+        peer.Release();
+        EXPECT_TRUE(log.WaitForPrefix(" KVMPDStream::PushSegmentToCache cache is full. change target segment to 102"));
+    };
+    EXPECT_EQ(starting->Run(0), S_OK);
+    EXPECT_EQ(log.Count(" KVMPDStream::Run reset position by seek to 0"), 1u);
+    EXPECT_EQ(callback.WaitForId(kEventPosition), (HeardEvent{kEventPosition, 1, 0, {}}));
+    starting.Reset();
 }
 
 TEST_F(ControlInterface, ConnectingTellsTheEngine) {
@@ -247,7 +291,7 @@ TEST_F(ControlInterface, AFailedDownloadIsToldByItsEvent) {
     ScriptedPeer peer;
     ServeLive(peer);
     for (const char* path : {"/a/100.bin", "/a/101.bin", "/a/102.bin"}) {
-        peer.On(path, PeerReply::Respond(404, "gone"));
+        peer.On(path, PeerReply::CloseAtOnce());
     }
     RecordingCallback callback;
     filter->Backdoor(kBackdoorCacheFolder, const_cast<char*>(folder.Path().string().c_str()));

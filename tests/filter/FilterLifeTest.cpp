@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "directshow/CClassFactory.h"
+#include "directshow/CMemAllocator.h"
 #include "filter/KVMPDSrc.h"
 #include "filter/Module.h"
 #include "tests/directshow/Fakes.h"
@@ -57,6 +58,52 @@ TEST(FilterLife, AReaderThatWaitsInsideThePinLeavesBeforeTheEngineGoes) {
     filter.Reset();
     EXPECT_EQ(read.get(), S_FALSE);
     EXPECT_LT(log.CountPrefix(" CAsyncOutputPin::SyncRead wait"), 100u);
+}
+
+TEST(FilterLife, AStopEndsTheWaitOfAReader) {
+    LogCapture log(6);
+    ComPtr<KVMPDFilter> filter = MakeKVMPDFilter();
+    filter->Load(L"");
+    const ComPtr<IAsyncReader> pull = PullOf(filter.get());
+    auto read = std::async(std::launch::async, [&pull] {
+        BYTE byte = 0;
+        return pull->SyncRead(0, 1, &byte);
+    });
+    ASSERT_TRUE(log.WaitForPrefix(" CAsyncOutputPin::SyncRead wait 100 millisecond to retry #0"));
+    filter->Backdoor(kBackdoorStop, nullptr);
+    EXPECT_EQ(read.get(), E_FAIL);
+    EXPECT_LT(log.CountPrefix(" CAsyncOutputPin::SyncRead wait"), 100u);
+}
+
+TEST(FilterLife, AStopFailsEveryKindOfRead) {
+    ComPtr<KVMPDFilter> filter = MakeKVMPDFilter();
+    ComPtr<IMemAllocator> allocator;
+    allocator.Attach(CMemAllocator::Create());
+    ALLOCATOR_PROPERTIES wanted = {1, 16, 1, 0};
+    ALLOCATOR_PROPERTIES actual;
+    ASSERT_EQ(allocator->SetProperties(&wanted, &actual), S_OK);
+    ASSERT_EQ(allocator->Commit(), S_OK);
+    ComPtr<IMediaSample> sample;
+    ASSERT_EQ(allocator->GetBuffer(sample.put(), nullptr, nullptr, 0), S_OK);
+    REFERENCE_TIME start = 0;
+    REFERENCE_TIME stop = 40'000'000;
+    sample->SetTime(&start, &stop);
+    const ComPtr<IAsyncReader> pull = PullOf(filter.get());
+    filter->Load(L"");
+    EXPECT_EQ(pull->SyncReadAligned(sample.get()), S_FALSE);
+    filter->Backdoor(kBackdoorStop, nullptr);
+    EXPECT_EQ(pull->SyncReadAligned(sample.get()), E_FAIL);
+    ASSERT_EQ(pull->Request(sample.get(), 1), S_OK);
+    IMediaSample* back = nullptr;
+    DWORD_PTR user = 0;
+    EXPECT_EQ(pull->WaitForNext(INFINITE, &back, &user), E_FAIL);
+    allocator->Decommit();
+}
+
+TEST(FilterLife, CreationSaysThatItSucceeded) {
+    HRESULT hr = E_UNEXPECTED;
+    const ComPtr<IUnknown> filter(KVMPDFilter::CreateInstance(nullptr, &hr)->NonDelegatingUnknown());
+    EXPECT_EQ(hr, S_OK);
 }
 
 TEST(FilterLife, AFilterMayBeAggregated) {

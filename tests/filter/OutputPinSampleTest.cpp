@@ -1,3 +1,4 @@
+#include <atomic>
 #include <future>
 #include <limits>
 #include <thread>
@@ -10,6 +11,45 @@
 
 namespace kvmpd::test {
 namespace {
+
+// A sample outside of any allocator, whose last release is its end.
+class LoneSample final : public IMediaSample {
+  public:
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void** ppv) override { return *ppv = nullptr, E_NOINTERFACE; }
+    ULONG STDMETHODCALLTYPE AddRef() override { return ++m_references; }
+    ULONG STDMETHODCALLTYPE Release() override { return --m_references; }
+    HRESULT STDMETHODCALLTYPE GetPointer(BYTE** ppBuffer) override { return *ppBuffer = m_buffer, S_OK; }
+    LONG STDMETHODCALLTYPE GetSize() override { return sizeof m_buffer; }
+    HRESULT STDMETHODCALLTYPE GetTime(REFERENCE_TIME* start, REFERENCE_TIME* end) override {
+        *start = 0;
+        *end = 10 * kUnits;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE SetActualDataLength(LONG length) override {
+        EXPECT_GT(m_references, 0u) << "used after its last release";
+        m_length = length;
+        return S_OK;
+    }
+    LONG STDMETHODCALLTYPE GetActualDataLength() override { return m_length; }
+    HRESULT STDMETHODCALLTYPE SetTime(REFERENCE_TIME*, REFERENCE_TIME*) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE IsSyncPoint() override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE SetSyncPoint(BOOL) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE IsPreroll() override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE SetPreroll(BOOL) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetMediaType(AM_MEDIA_TYPE**) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE SetMediaType(AM_MEDIA_TYPE*) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE IsDiscontinuity() override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE SetDiscontinuity(BOOL) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetMediaTime(LONGLONG*, LONGLONG*) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE SetMediaTime(LONGLONG*, LONGLONG*) override { return E_NOTIMPL; }
+
+    ULONG References() const { return m_references; }
+
+  private:
+    std::atomic<ULONG> m_references{1};
+    LONG m_length = 0;
+    BYTE m_buffer[64] = {};
+};
 
 class OutputPinSample : public ReaderFixture {
   protected:
@@ -143,6 +183,26 @@ TEST_F(OutputPinSample, QueuedReadsComeBackFilled) {
     one->Release();
 }
 
+TEST_F(OutputPinSample, ASampleThatOnlyTheQueueHoldsIsFilledBeforeItIsLetGo) {
+    LoneSample sample;
+    ASSERT_EQ(pull->Request(&sample, 1), S_OK);
+    sample.Release();  // the requester's
+    IMediaSample* back = nullptr;
+    DWORD_PTR user = 0;
+    ASSERT_EQ(pull->WaitForNext(INFINITE, &back, &user), S_OK);
+    EXPECT_EQ(back, &sample);
+    EXPECT_EQ(sample.GetActualDataLength(), 10);
+    EXPECT_EQ(sample.References(), 0u);
+}
+
+TEST_F(OutputPinSample, ARefusedSampleKeepsItsTimes) {
+    stream.totalLength = 100;
+    ComPtr<IMediaSample> sample = SampleFor(20, 200);  // 80 bytes are left there, the sample has room for 64
+    EXPECT_EQ(pull->SyncReadAligned(sample.get()), VFW_E_BUFFER_OVERFLOW);
+    EXPECT_EQ(pull->Request(sample.get(), 0), VFW_E_BUFFER_OVERFLOW);
+    EXPECT_EQ(StopOf(sample.get()), 220 * kUnits);
+}
+
 TEST_F(OutputPinSample, QueuedReadsAreCutAtTheEnd) {
     stream.totalLength = 25;
     ComPtr<IMediaSample> sample = SampleFor(20, 10);
@@ -212,6 +272,19 @@ TEST_F(OutputPinSample, ClosingEndsAWaitForNext) {
     ComPtr<IMediaSample> sample = SampleFor(0, 1);
     EXPECT_EQ(pull->Request(sample.get(), 0), E_FAIL);
     EXPECT_EQ(pull->SyncReadAligned(sample.get()), E_FAIL);
+}
+
+TEST_F(OutputPinSample, NothingReachesTheStreamOnceClosed) {
+    reader->CloseReading();
+    LONGLONG total = 1;
+    LONGLONG available = 2;
+    EXPECT_EQ(pull->Length(&total, &available), E_FAIL);
+    EXPECT_EQ(total, 1);
+    ALLOCATOR_PROPERTIES wanted = {2, 1000, 1, 0};
+    ComPtr<IMemAllocator> none;
+    EXPECT_EQ(pull->RequestAllocator(nullptr, &wanted, none.put()), E_FAIL);
+    EXPECT_EQ(pull->BeginFlush(), E_FAIL);
+    EXPECT_EQ(pull->EndFlush(), E_FAIL);
 }
 
 TEST_F(OutputPinSample, TheReadersOwnAllocatorIsTakenWhenItServes) {

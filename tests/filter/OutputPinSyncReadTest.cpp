@@ -1,5 +1,5 @@
 #include <algorithm>
-#include <atomic>
+#include <chrono>
 #include <future>
 #include <string>
 #include <thread>
@@ -13,6 +13,8 @@
 
 namespace kvmpd::test {
 namespace {
+
+constexpr std::chrono::milliseconds kLongEnough{100};  // for what is ready to happen
 
 class SyncRead : public ReaderFixture {
   protected:
@@ -128,12 +130,7 @@ TEST_F(SyncRead, ClosingEndsTheWaitOfAReaderAndWaitsForIt) {
             goOn.get_future().wait();
         }
     };
-    std::atomic<bool> left{false};
-    auto read = std::async(std::launch::async, [&] {
-        const HRESULT hr = Read(0, 4);
-        left = true;
-        return hr;
-    });
+    auto read = std::async(std::launch::async, [&] { return Read(0, 4); });
     waiting.get_future().wait();
     auto close = std::async(std::launch::async, [&] {
         pin.Close();
@@ -142,10 +139,11 @@ TEST_F(SyncRead, ClosingEndsTheWaitOfAReaderAndWaitsForIt) {
     while (reader->Io().Request(0, 0, FALSE, nullptr, nullptr, 0) == S_OK) {
         std::this_thread::yield();  // until Close has set its flag and closed the queue
     }
+    // A Close that does not wait has returned by now. Only time can tell that something does not happen.
+    EXPECT_EQ(close.wait_for(kLongEnough), std::future_status::timeout);
     goOn.set_value();
     close.get();
     EXPECT_EQ(read.get(), S_FALSE);
-    EXPECT_TRUE(left);
     EXPECT_EQ(pin.pauses.size(), 1u);
     EXPECT_EQ(Read(0, 4), E_FAIL);
     const std::vector<std::string> calls = stream.Calls();
@@ -153,13 +151,25 @@ TEST_F(SyncRead, ClosingEndsTheWaitOfAReaderAndWaitsForIt) {
 }
 
 TEST_F(SyncRead, ASecondReaderWaitsForTheFirst) {
-    stream.HoldReads();
+    LogCapture log(6);
+    stream.Answer({S_FALSE});
+    std::promise<void> waiting;
+    std::promise<void> goOn;
+    pin.pause = [&](size_t) {
+        waiting.set_value();
+        goOn.get_future().wait();
+    };
     BYTE one[1];
     BYTE two[1];
     auto first = std::async(std::launch::async, [&] { return pin.SyncRead(1, 1, one); });
-    stream.WaitForReads(1);
+    waiting.get_future().wait();
+    // The stream is free while the first reader pauses; the second has come, and does not get at it. Only time can tell
+    // that something does not happen.
     auto second = std::async(std::launch::async, [&] { return pin.SyncRead(2, 1, two); });
-    stream.LetReadsGo();
+    ASSERT_TRUE(log.WaitForPrefix(" CAsyncOutputPin::SyncRead 2, 1"));
+    EXPECT_EQ(second.wait_for(kLongEnough), std::future_status::timeout);
+    EXPECT_EQ(stream.Reads(), 1u);
+    goOn.set_value();
     EXPECT_EQ(first.get(), S_OK);
     EXPECT_EQ(second.get(), S_OK);
     EXPECT_EQ(one[0], FakeStream::VideoByte(1));

@@ -317,8 +317,8 @@ TEST_F(MpdLoaderSegments, CarryUrlsDurationNumberAndGeneration) {
 
 TEST_F(MpdLoaderSegments, WithoutAMediaNameHaveNoUrl) {
     MPD mpd = LiveManifest(100, 2);
-    mpd.m_adaptationSets[0].m_representations[0].m_mediaUrls.resize(1);
-    mpd.m_adaptationSets[1].m_representations[0].m_mediaUrls.clear();
+    mpd.m_adaptationSets[0].m_representations[0].m_mediaUrls = {"100.m4s"};
+    mpd.m_adaptationSets[1].m_representations[0].m_mediaUrls = {};
     m_loader->SetPreferDelaySegment(1);
     Init();
     News(mpd);
@@ -335,7 +335,7 @@ TEST_F(MpdLoaderSegments, ThatWouldEndTheDownloaderAreLeftOutAndKeepTheirNumber)
     mpd.m_segmentDurations = {kTenMinutes, 0, kTenMinutes};
     RepresentationInfo& video = mpd.m_adaptationSets[1].m_representations[0];
     video.m_baseUrl.clear();
-    video.m_mediaUrls[1].clear();
+    video.m_mediaUrls = {"100.m4s", "", "102.m4s"};
     m_loader->SetPreferDelaySegment(2);
     Init();
     News(mpd);

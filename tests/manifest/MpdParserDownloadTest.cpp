@@ -59,8 +59,7 @@ TEST(MpdParserDownload, RefusesAnEmptyBodyWhoseLengthWasNotAnnounced) {
     EXPECT_EQ(Parse(std::move(client)).result, E_FAIL);
 }
 
-/// The client succeeds on a body that ends early when no length was announced; here it does although one was.
-TEST(MpdParserDownload, ReadsNoFurtherThanWhatArrived) {
+TEST(MpdParserDownload, ReadsABodyShorterThanAnnouncedWhenTheClientAcceptsIt) {
     class ShortClient : public FakeHttpClient {
       public:
         HRESULT OpenUrlW(const wchar_t*, const wchar_t*, const wchar_t*, BOOL, const wchar_t*, const wchar_t*,

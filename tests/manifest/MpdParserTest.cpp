@@ -7,7 +7,7 @@ namespace kvmpd::test {
 namespace {
 
 using Lines = std::vector<std::string>;
-using Names = std::vector<std::string>;
+using Names = TextList;
 using Durations = std::vector<DWORD>;
 
 constexpr const char* kOneQuality = R"(<Representation id="1"><BaseURL>b/</BaseURL></Representation>)";

@@ -227,7 +227,6 @@ TEST_F(CacheSeek, OutsideThrowsEverythingAwayAndStartsAnew) {
     Stream().CreateBuffer(1000);
     PushSegments(100, 2, 1000, 300, 30);
     FeedAll();
-    Access::Queue(Stream())->push(CountingSegment(105, 1000));
     ListenAsHost();
     m_log.Clear();
     EXPECT_EQ(Stream().SeekToTargetSegment(500), 1);
@@ -247,9 +246,27 @@ TEST_F(CacheSeek, OutsideThrowsEverythingAwayAndStartsAnew) {
     Stream().Size(&start, &end);
     EXPECT_EQ(end, 0);
     EXPECT_EQ(Heard(), std::vector<std::string>{"buffering(0,0,0)"});
-    // The queue was emptied: what is popped next is what is pushed next.
-    Access::Queue(Stream())->push(CountingSegment(7, 1000));
-    EXPECT_EQ(Access::Queue(Stream())->pop()->m_segmentNumber, 7);
+}
+
+TEST_F(CacheSeek, OutsideDropsWhatIsQueuedAndWhatIsOnItsWay) {
+    Stream().SetCacheFileFolder(m_dir.Path().string().c_str());
+    const auto queue = [this](LONGLONG number) {
+        std::shared_ptr<Segment> segment = CountingSegment(number, 1000);
+        segment->m_videoUrl = VideoUrl(number);
+        segment->m_audioUrl = AudioUrl(number);
+        Access::Queue(Stream())->push(segment);
+    };
+    m_media->gate.Close();
+    queue(100);
+    queue(101);
+    Access::Downloader(Stream()).Init(Access::Queue(Stream()));
+    m_media->gate.WaitForArrivals(1);
+    Stream().SeekToTargetSegment(500);
+    queue(500);
+    m_media->gate.Open();
+    EXPECT_TRUE(m_log.WaitForPrefix(" KVMPDStream::PushSegmentToCache total"));
+    EXPECT_TRUE(m_log.Contains(" SegmentDownloader::ThreadProc discard segment 100."));
+    EXPECT_EQ(Cache().numbers, std::vector<LONGLONG>{500});
 }
 
 TEST_F(CacheSeek, OutsideIsDoneWhenItsFirstSegmentArrives) {
@@ -257,13 +274,21 @@ TEST_F(CacheSeek, OutsideIsDoneWhenItsFirstSegmentArrives) {
     Stream().SeekToTargetSegment(500);
     Push(CountingSegment(99, 1000));  // on its way when the seek came: discarded
     EXPECT_TRUE(Cache().seekPending);
-    m_host.Forget();
+    Heard();
     Push(CountingSegment(500, 1000));
     EXPECT_FALSE(Cache().seekPending);
     EXPECT_TRUE(m_log.Contains(" KVMPDStream::PushSegmentToCache download file complete for seek!"));
     EXPECT_EQ(Heard(), (std::vector<std::string>{"buffering(0,1000,1000)", "8(0,1)"}));
     Push(CountingSegment(501, 1000));
     EXPECT_EQ(Heard(), std::vector<std::string>{"buffering(0,2000,2000)"});
+}
+
+TEST_F(CacheSeek, LogsThatASeekOutsideIsDoneAtLevelThree) {
+    ExpectLevel(3, " KVMPDStream::PushSegmentToCache download file complete for seek!", [this] {
+        Stream().SeekToTargetSegment(1);
+        Push(CountingSegment(499, 1000));  // discarded
+        Push(CountingSegment(500, 1000));
+    });
 }
 
 TEST_F(CacheSeek, ForgetsThatTheFirstCopyOfTheAudioWasAheadWhenTheStreamStartsAnew) {

@@ -106,7 +106,7 @@ INSTANTIATE_TEST_SUITE_P(States, CacheTrimByState,
                                          StateCase{"Paused", State_Paused, S_OK, true},
                                          StateCase{"PausedWithoutPictures", State_Paused, S_FALSE, true},
                                          StateCase{"Failed", State_Paused, E_FAIL, false}),
-                         [](const auto& info) { return info.param.name; });
+                         [](const auto& state) { return state.param.name; });
 
 TEST_F(CacheTrim, WithoutAFilterCountsAsNotPaused) {
     Stream().SetFilter(nullptr);
@@ -152,6 +152,27 @@ TEST_F(CacheTrim, ANewLimitTakesEffectAtTheNextPush) {
     EXPECT_EQ(Access::CacheSize(Stream()), 6u);
     Push(CountingSegment(7, 1000));
     EXPECT_EQ(Access::CacheSize(Stream()), 4u);
+}
+
+TEST_F(CacheTrim, LogsAtItsLevels) {
+    Stream().SetMaxCacheTime(2);
+    LONGLONG number = 100;
+    const auto push = [&] { PushAfterARead(CountingSegment(++number, 1000)); };
+    PushCounting(1, 2, 1000);
+    ExpectLevel(3, " KVMPDStream::PushSegmentToCache does not release cache exceed cache size when playing.", push);
+    Access::SetCacheIndex(Stream(), 4);
+    ExpectLevel(6, " KVMPDStream::PushSegmentToCache release segment cache", [&] {
+        Access::SetCacheIndex(Stream(), static_cast<DWORD>(Access::CacheSize(Stream())));
+        push();
+        push();
+    });
+    ExpectLevel(6, " KVMPDStream::PushSegmentToCache total segment cache become", push);
+    m_filter.state = State_Paused;
+    ExpectLevel(3, " KVMPDStream::PushSegmentToCache cache is full. change target segment to", [&] {
+        Access::SetCacheIndex(Stream(), 0);
+        push();
+        push();
+    });
 }
 
 // Paused: nobody reads.

@@ -29,7 +29,11 @@ TEST_F(Init, StartsLoaderDownloaderAndFeedAndMakesTheBuffers) {
               (std::vector<std::string>{" KVMPDStream::Init : http://origin/live.mpd", " MpdLoader::Init ",
                                         " SegmentDownloader::Init ", " KVMPDStream::CreateBuffer create 16777216 size",
                                         " KVMPDStream::CreateBuffer allocate audio buffer size 16777216 success"}));
-    // The bottom line of all: the engine stays stopped until the filter says otherwise.
+}
+
+TEST_F(Init, DoesNotEndAStop) {
+    Stream().StopNow(1);
+    EXPECT_EQ(Stream().Init(L"http://origin/live.mpd"), S_OK);
     EXPECT_EQ(Stream().IsStopped(), 1);
 }
 

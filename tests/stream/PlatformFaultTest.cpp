@@ -14,9 +14,9 @@ class PlatformFault : public StreamTest {
 };
 
 TEST_F(PlatformFault, AnInitWithoutALoaderThreadFails) {
-    const FailingThreadCreation failure(1, ERROR_NOT_ENOUGH_MEMORY);
-    EXPECT_EQ(Stream().Init(L"http://origin/live.mpd"), static_cast<HRESULT>(0x80070008));
-    EXPECT_TRUE(m_log.Contains("[Error] KVMPDStream::Init Failed to create thread to load playlist: 0x80070008"));
+    const FailingThreadCreation failure(1);
+    EXPECT_EQ(Stream().Init(L"http://origin/live.mpd"), static_cast<HRESULT>(0x800700A4));
+    EXPECT_TRUE(m_log.Contains("[Error] KVMPDStream::Init Failed to create thread to load playlist: 0x800700A4"));
     EXPECT_FALSE(Access::Downloader(Stream()).IsThreadRunning());
     EXPECT_FALSE(Stream().IsThreadRunning());
     EXPECT_EQ(m_log.CountPrefix(" KVMPDStream::CreateBuffer"), 0u);
@@ -24,10 +24,10 @@ TEST_F(PlatformFault, AnInitWithoutALoaderThreadFails) {
 
 TEST_F(PlatformFault, AnInitWithoutADownloaderThreadFailsAndLeavesTheLoaderRunning) {
     {
-        const FailingThreadCreation failure(2, ERROR_NOT_ENOUGH_MEMORY);
-        EXPECT_EQ(Stream().Init(L"http://origin/live.mpd"), static_cast<HRESULT>(0x80070008));
+        const FailingThreadCreation failure(2);
+        EXPECT_EQ(Stream().Init(L"http://origin/live.mpd"), static_cast<HRESULT>(0x800700A4));
     }
-    EXPECT_TRUE(m_log.Contains("[Error] KVMPDStream::Init Failed to create thread to download segment: 0x80070008"));
+    EXPECT_TRUE(m_log.Contains("[Error] KVMPDStream::Init Failed to create thread to download segment: 0x800700A4"));
     EXPECT_TRUE(Loader().IsThreadRunning());
     EXPECT_FALSE(Stream().IsThreadRunning());
     EXPECT_EQ(Stream().CloseThread(), S_OK);
@@ -39,7 +39,7 @@ TEST_F(PlatformFault, FailedStepsAreLoggedAtLevelThree) {
     const auto initWithout = [&](int thread) {
         m_stream = std::make_unique<KVMPDStream>(std::make_unique<ScriptedManifests>(m_manifests),
                                                  std::make_unique<ScriptedHttp>(m_media));
-        const FailingThreadCreation failure(thread, ERROR_NOT_ENOUGH_MEMORY);
+        const FailingThreadCreation failure(thread);
         Stream().Init(L"http://origin/" + std::to_wstring(++url));
     };
     ExpectLevel(3, "[Error] KVMPDStream::Init Failed to create thread to load", [&] { initWithout(1); });
@@ -47,7 +47,7 @@ TEST_F(PlatformFault, FailedStepsAreLoggedAtLevelThree) {
 }
 
 TEST_F(PlatformFault, AnInitWithoutAFeedThreadIsNotTold) {
-    const FailingThreadCreation failure(3, ERROR_NOT_ENOUGH_MEMORY);
+    const FailingThreadCreation failure(3);
     EXPECT_EQ(Stream().Init(L"http://origin/live.mpd"), S_OK);
     EXPECT_FALSE(Stream().IsThreadRunning());
 }

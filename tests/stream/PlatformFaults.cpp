@@ -1,12 +1,16 @@
 #include "tests/stream/PlatformFaults.h"
 
+#include <pthread.h>
+#include <sys/types.h>
+
+#include <cerrno>
+
 namespace {
 
 thread_local int t_threadsUntilFailure = 0;
-thread_local DWORD t_threadError = 0;
 thread_local int t_allocationsUntilFailure = 0;
 thread_local size_t t_failingSize = 0;
-thread_local DWORD t_overstatement = 0;
+thread_local size_t t_overstatement = 0;
 
 /// Whether this is the one that a countdown means.
 bool IsDue(int& countdown) {
@@ -15,29 +19,20 @@ bool IsDue(int& countdown) {
 
 }  // namespace
 
-extern "C" {
-
 // The names are the linker's.
 // NOLINTBEGIN(bugprone-reserved-identifier)
-HANDLE __real_CreateThread(LPSECURITY_ATTRIBUTES, SIZE_T, LPTHREAD_START_ROUTINE, LPVOID, DWORD, LPDWORD);
-BOOL __real_ReadFile(HANDLE, LPVOID, DWORD, LPDWORD, LPOVERLAPPED);
-void* __real_calloc(size_t, size_t);
+extern "C" {
+int __real_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*start)(void*), void* argument);
+ssize_t __real_pread(int file, void* buffer, size_t count, off_t offset);
+void* __real_calloc(size_t count, size_t size);
 
-HANDLE __wrap_CreateThread(LPSECURITY_ATTRIBUTES attributes, SIZE_T stackSize, LPTHREAD_START_ROUTINE start,
-                           LPVOID parameter, DWORD flags, LPDWORD id) {
-    if (IsDue(t_threadsUntilFailure)) {
-        SetLastError(t_threadError);
-        return nullptr;
-    }
-    return __real_CreateThread(attributes, stackSize, start, parameter, flags, id);
+int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*start)(void*), void* argument) {
+    return IsDue(t_threadsUntilFailure) ? EAGAIN : __real_pthread_create(thread, attributes, start, argument);
 }
 
-BOOL __wrap_ReadFile(HANDLE file, LPVOID buffer, DWORD count, LPDWORD read, LPOVERLAPPED overlapped) {
-    const BOOL result = __real_ReadFile(file, buffer, count, read, overlapped);
-    if (result && read) {
-        *read += t_overstatement;
-    }
-    return result;
+ssize_t __wrap_pread(int file, void* buffer, size_t count, off_t offset) {
+    const ssize_t result = __real_pread(file, buffer, count, offset);
+    return result > 0 ? result + static_cast<ssize_t>(t_overstatement) : result;
 }
 
 void* __wrap_calloc(size_t count, size_t size) {
@@ -46,15 +41,15 @@ void* __wrap_calloc(size_t count, size_t size) {
     }
     return __real_calloc(count, size);
 }
-// NOLINTEND(bugprone-reserved-identifier)
 }
+// NOLINTEND(bugprone-reserved-identifier)
 
 namespace kvmpd::test {
 
-FailingThreadCreation::FailingThreadCreation(int which, DWORD error) {
+FailingThreadCreation::FailingThreadCreation(int which) {
     t_threadsUntilFailure = which;
-    t_threadError = error;
 }
+
 FailingThreadCreation::~FailingThreadCreation() {
     t_threadsUntilFailure = 0;
 }
@@ -63,13 +58,15 @@ FailingAllocation::FailingAllocation(int which, size_t size) {
     t_allocationsUntilFailure = which;
     t_failingSize = size;
 }
+
 FailingAllocation::~FailingAllocation() {
     t_allocationsUntilFailure = 0;
 }
 
-OverstatingReads::OverstatingReads(DWORD more) {
+OverstatingReads::OverstatingReads(size_t more) {
     t_overstatement = more;
 }
+
 OverstatingReads::~OverstatingReads() {
     t_overstatement = 0;
 }

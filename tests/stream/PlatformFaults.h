@@ -1,22 +1,21 @@
-// Failures of the platform, made on purpose: the linker puts these functions in front of the platform's.
+// Failures of the system below the platform's calls, made on purpose: the linker puts these functions in front of the
+// system's.
 #pragma once
 
 #include <cstddef>
 
-#include "platform/win32.h"
-
 namespace kvmpd::test {
 
-/// While it lives, the thread creation numbered `which` (from 1) of the calling thread fails with `error`.
+/// While it lives, the thread creation numbered `which` (from 1) of the calling thread fails.
 class FailingThreadCreation {
   public:
-    FailingThreadCreation(int which, DWORD error);
+    explicit FailingThreadCreation(int which);
     ~FailingThreadCreation();
     FailingThreadCreation(const FailingThreadCreation&) = delete;
     FailingThreadCreation& operator=(const FailingThreadCreation&) = delete;
 };
 
-/// While it lives, the calloc numbered `which` (from 1) of `size` bytes finds no memory.
+/// While it lives, the zeroed allocation numbered `which` (from 1) of `size` bytes by the calling thread fails.
 class FailingAllocation {
   public:
     FailingAllocation(int which, size_t size);
@@ -25,10 +24,10 @@ class FailingAllocation {
     FailingAllocation& operator=(const FailingAllocation&) = delete;
 };
 
-/// While it lives, every ReadFile says that it read `more` bytes more than it did.
+/// While it lives, every read of a file by the calling thread says that it got `more` bytes more than it did.
 class OverstatingReads {
   public:
-    explicit OverstatingReads(DWORD more);
+    explicit OverstatingReads(size_t more);
     ~OverstatingReads();
     OverstatingReads(const OverstatingReads&) = delete;
     OverstatingReads& operator=(const OverstatingReads&) = delete;

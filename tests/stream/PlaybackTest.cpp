@@ -11,6 +11,7 @@ class Playback : public StreamTest {
     Playback() {
         Stream().SetFilter(&m_filter);
         Stream().CreateBuffer(2500);
+        Stream().SetMaxCacheTime(6000);  // more than any of these timelines: the downloader is never held back
         ListenAsHost();
     }
 
@@ -145,10 +146,10 @@ TEST_F(Playback, APausedGraphParksTheStreamAndRunRestartsIt) {
     EXPECT_TRUE(m_log.WaitForPrefix(" MpdLoader::pauseParse : 1"));
     m_filter.state = State_Running;
     Stream().SetMaxCacheTime(6000);
+    m_log.Clear();
     Stream().Run();
     m_host.WaitFor("8(1,0)");
     EXPECT_FALSE(Loader().IsPaused());
-    m_log.Clear();
     EXPECT_TRUE(m_log.WaitForPrefix(kCached));
     EXPECT_EQ(Cache().start, 0);
 }

@@ -51,13 +51,13 @@ class Race : public StreamTest {
         std::mt19937 random(seed);
         for (int i = 0; i < kSteps; ++i) {
             const auto number = kFirst + static_cast<LONGLONG>(random() % 40);
-            switch (random() % 9) {
+            switch (random() % 16) {
                 case 0:
                     Loader().pauseParse(1);
                     Stream().Run();
                     break;
                 case 1:
-                    Stream().SetVideoQualityID(1 + random() % 2);
+                    Stream().SetVideoQualityID(static_cast<DWORD>(1 + random() % 2));
                     break;
                 case 2:
                     Stream().SetPosition(static_cast<LONGLONG>(random() % 20000) - 10000);
@@ -66,13 +66,13 @@ class Race : public StreamTest {
                     Stream().SeekToTargetSegment(number);
                     break;
                 case 4:
-                    Stream().SetPreferDelaySegment(random() % 10);
+                    Stream().SetPreferDelaySegment(static_cast<DWORD>(random() % 10));
                     break;
                 case 5:
                     Stream().Init(random() % 2 ? L"http://origin/one.mpd" : L"http://origin/two.mpd");
                     break;
                 case 6:
-                    Stream().SetMaxCacheTime(1 + random() % 20);
+                    Stream().SetMaxCacheTime(static_cast<DWORD>(1 + random() % 20));
                     break;
                 case 7:
                     m_filter.state = random() % 4 == 0 ? State_Paused : State_Running;
@@ -106,11 +106,13 @@ class Race : public StreamTest {
                 (static_cast<LONGLONG>(random() % 12) - 2) * size + static_cast<LONGLONG>(random() % 80);
             if (ReadAt(isVideo, position, 20, bytes) == S_OK) {
                 EXPECT_TRUE(AreOfSomeSegment(bytes, isVideo, position)) << isVideo << " " << position;
+                m_served.Pass();
             }
         }
     }
 
-    static constexpr int kSteps = 200;
+    static constexpr int kSteps = 400;
+    Gate m_served;
     std::atomic<LONGLONG> m_newest{kFirst + static_cast<LONGLONG>(kTimeline)};
 };
 
@@ -119,6 +121,7 @@ TEST_F(Race, ControlOperationsAgainstLoaderDownloaderFeedAndReader) {
     Start(kFirst, kTimeline, kDuration);
     std::atomic<bool> done{false};
     std::thread reader([&] { ReadUntilDone(done); });
+    m_served.WaitForArrivals(100);  // the stream plays
     std::thread liveEdge([&] { MoveTheLiveEdge(); });
     std::thread control([&] { Control(1); });
     Control(2);
@@ -155,6 +158,7 @@ TEST_F(Race, ACloseInTheMiddleOfControlOperations) {
 class SteeringHost final : public IKVMPDCallback {
   public:
     explicit SteeringHost(KVMPDStream& stream) : m_stream(stream) {}
+
     HRESULT STDMETHODCALLTYPE OnStreamEvent(DWORD, void*, void*) override {
         m_stream.SetPosition(0);
         m_stream.Run();
@@ -183,7 +187,7 @@ TEST_F(Race, AHostMaySteerFromInsideItsCallback) {
     EXPECT_EQ(Stream().SetCallback(&host), S_OK);
     Start(kFirst, kTimeline, kDuration);
     std::thread liveEdge([&] { MoveTheLiveEdge(); });
-    host.WaitForCalls(5);
+    host.WaitForCalls(1);
     liveEdge.join();
     Stream().CloseThread();
 }

@@ -64,6 +64,7 @@ TEST_F(SegmentCache, AcceptsADurationWithoutVideo) {
 }
 
 TEST_F(SegmentCache, TakesADurationAsUnsigned) {
+    Stream().releaseBuffer();  // so that the push is not held back
     Push(CountingSegment(7, -1, 0));
     EXPECT_EQ(Access::CacheSize(Stream()), 1u);
     EXPECT_EQ(Cache().duration, 0xFFFFFFFFu);

@@ -91,8 +91,11 @@ TEST_F(Stop, WhileTheDownloaderIsHeldByAFullCache) {
     Stream().CreateBuffer(500);
     Stream().SetMaxCacheTime(2);
     Stream().SetFilter(&m_filter);
-    Stream().SetPreferDelaySegment(9);
-    Start(100, 10, 1000);
+    Start(100, 1, 1000);
+    EXPECT_TRUE(m_log.WaitForPrefix(" KVMPDStream::ReadSegmentCacheToBuffer wait next segment to write."));
+    Cache();  // has the locks of the pass, which has therefore ended
+    m_manifests->Set(MakeManifest(100, 3, 1000));
+    Loader().Wake();
     EXPECT_TRUE(m_log.WaitForPrefix(kThrottled));
     EXPECT_EQ(Stream().CloseThread(), S_OK);
     ExpectAllEnded();
@@ -121,6 +124,33 @@ TEST_F(Stop, WhileATransferRunsCompletesTheTransfer) {
     m_media->gate.Open();
     closer.join();
     ExpectAllEnded();
+}
+
+TEST_F(Stop, ARestartDuringTheCloseDoesNotTakeTheDownloadersEndMarkerAway) {
+    m_media->gate.Close();
+    Start(100, 1, 60000);
+    m_media->gate.WaitForArrivals(1);
+    std::thread closer([this] { EXPECT_EQ(Stream().CloseThread(), S_OK); });
+    // The end marker is queued before the base waits for the thread.
+    EXPECT_TRUE(m_log.WaitForPrefix(" SegmentDownloader::CloseThread "));
+    for (const DWORD quality : {1u, 2u}) {
+        Stream().SetVideoQualityID(quality);
+        Loader().pauseParse(1);
+        Stream().Run();
+    }
+    m_media->gate.Open();
+    closer.join();
+    ExpectAllEnded();
+}
+
+TEST_F(Stop, ARestartOfAClosingEngineLeavesTheDownloadersQueueAlone) {
+    Access::SetClosing(Stream());
+    Access::Queue(Stream())->push(std::make_shared<Segment>());
+    Stream().SeekToTargetSegment(500);
+    Stream().SetVideoQualityID(1);
+    EXPECT_EQ(m_log.Count(" SegmentDownloader::clear "), 0u);
+    Access::Downloader(Stream()).Init(Access::Queue(Stream()));
+    EXPECT_TRUE(m_log.WaitForPrefix(" SegmentDownloader::ThreadProc  get end segment. stop thread!!"));
 }
 
 TEST_F(Stop, WhileTheLoaderFetchesCompletesTheFetch) {
@@ -188,19 +218,32 @@ TEST_F(Stop, WithTheEventsSignalledTheFeedReturnsAfterAtMostOnePass) {
 
 TEST_F(Stop, AHundredStartsAndStopsLeaveNothingBehind) {
     SetLogsOff();
-    for (int i = 0; i < 100; ++i) {
-        m_stream = std::make_unique<KVMPDStream>(std::make_unique<ScriptedManifests>(m_manifests),
-                                                 std::make_unique<ScriptedHttp>(m_media));
-        ListenAsHost();
-        Start(100, 3, 60000);
-        m_host.WaitFor("0(0,60000)");
-        if (i % 2 == 0) {
-            Stream().CloseThread();
+    m_manifests->Set(MakeManifest(100, 3, 60000));
+    const auto startAndStop = [this] {
+        const TempDir folder;
+        for (int i = 0; i < 10; ++i) {
+            RecordingHost host;
+            {
+                KVMPDStream stream(std::make_unique<ScriptedManifests>(m_manifests),
+                                   std::make_unique<ScriptedHttp>(m_media));
+                EXPECT_EQ(stream.SetCallback(&host), S_OK);
+                EXPECT_EQ(stream.SetCacheFileFolder(folder.Path().string().c_str()), S_OK);
+                EXPECT_EQ(stream.Init(L"http://origin/live.mpd"), S_OK);
+                host.WaitFor("0(0,60000)");
+                if (i % 2 == 0) {
+                    stream.CloseThread();
+                }
+            }
+            EXPECT_EQ(host.References(), 0);
+            EXPECT_TRUE(std::filesystem::is_empty(folder.Path())) << i;
         }
-        m_stream.reset();
-        EXPECT_EQ(m_host.References(), 0);
-        EXPECT_TRUE(std::filesystem::is_empty(m_dir.Path())) << i;
-        m_host.Forget();
+    };
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 10; ++i) {
+        threads.emplace_back(startAndStop);
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
     }
 }
 

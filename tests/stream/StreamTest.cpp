@@ -61,7 +61,9 @@ namespace test {
 
 StreamTest::StreamTest()
     : m_stream(std::make_unique<KVMPDStream>(std::make_unique<ScriptedManifests>(m_manifests),
-                                             std::make_unique<ScriptedHttp>(m_media))) {}
+                                             std::make_unique<ScriptedHttp>(m_media))) {
+    m_stream->StopNow(0);  // as a load does
+}
 
 StreamTest::~StreamTest() {
     m_manifests->gate.Open();

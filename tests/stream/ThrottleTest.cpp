@@ -114,8 +114,7 @@ TEST_F(NoThrottle, OfSegmentsWithoutDuration) {
 }
 
 TEST_F(NoThrottle, WhilePaused) {
-    // While paused only the segment being copied can keep the cache over its limit, and then the loader is sent back;
-    // so this takes a limit that is set while the segment is on its way.
+    // What would keep the cache over its limit is released then, and the loader is sent back.
     m_filter.state = State_Paused;
     Stream().SetFilter(&m_filter);
     Publish(100, 1, 60000);

@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <filesystem>
+#include <future>
 #include <thread>
 
 #include "tests/support/LogCapture.h"
@@ -63,6 +65,43 @@ TEST(StopAndLoad, AStopEndsReadsAndALoadOfTheSameUrlLetsThemGoOn) {
     EXPECT_EQ(session.Events().Count(kManifestNews), 1u);
 }
 
+// A reader on a thread of its own that asks for one byte which the stream does not have yet.
+class WaitingReader {
+  public:
+    explicit WaitingReader(LiveSession& session) : m_reader(&session.Reader()) {
+        std::promise<void> begun;
+        m_result = std::async(std::launch::async, [this, &begun] {
+            BYTE byte = 0;
+            begun.set_value();
+            const HRESULT result = m_reader->SyncRead(kBeyondTheEnd, 1, &byte);
+            m_reader.Reset();
+            return result;
+        });
+        begun.get_future().wait();
+        // From outside, a read that waits looks like one that has not begun; after two retry pauses it has.
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    }
+    bool IsWaiting() const { return m_result.wait_for(std::chrono::seconds(0)) == std::future_status::timeout; }
+    HRESULT Result() { return m_result.get(); }
+
+  private:
+    static constexpr LONGLONG kBeyondTheEnd = 1'000'000'000;
+
+    ComPtr<IAsyncReader> m_reader;  // a reference of its own, as a reader must have; the reading thread releases it
+    std::future<HRESULT> m_result;
+};
+
+TEST(StopAndLoad, AStopEndsAReadThatWaitsAtTheLiveEdge) {
+    TestOrigin origin;
+    LiveSession session;
+    session.Load(origin.Url());
+    session.ExpectSegments(origin, kVideoId, 109, 109);
+    WaitingReader reader(session);
+    ASSERT_TRUE(reader.IsWaiting());
+    ASSERT_EQ(session.Control().Backdoor(kBackdoorStop, nullptr), S_OK);
+    EXPECT_EQ(reader.Result(), E_FAIL);
+}
+
 TEST(StopAndLoad, BeforeTheFirstLoadReadsFailAtOnce) {
     LiveSession session;
     EXPECT_EQ(session.ReadResult(0, 10), E_FAIL);
@@ -98,18 +137,14 @@ TEST(Release, WhileAnotherThreadReads) {
     LiveSession session;
     session.Load(origin.Url());
     session.ExpectSegments(origin, kVideoId, 109, 109);
-    // The reader holds a reference, as a reader must; it asks for bytes that never come until the stream is stopped.
-    ComPtr<IAsyncReader> reader(&session.Reader());
-    std::atomic<bool> stop{false};
-    std::thread thread([&] {
-        BYTE byte = 0;
-        while (!stop && reader->SyncRead(0, 1, &byte) == S_OK) {
-        }
-        reader.Reset();
-    });
+    ComPtr<IKVMPDSource> control(&session.Control());
+    WaitingReader reader(session);
     session.Release();
-    stop = true;
-    thread.join();
+    EXPECT_TRUE(reader.IsWaiting());
+    control->Backdoor(kBackdoorStop, nullptr);
+    control.Reset();
+    EXPECT_EQ(reader.Result(), E_FAIL);  // and the reader's reference was the last
+    EXPECT_EQ(session.Events().References(), 0u);
     EXPECT_TRUE(std::filesystem::is_empty(session.CacheFolder().Path()));
 }
 
