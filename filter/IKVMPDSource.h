@@ -26,28 +26,32 @@ enum BackdoorId : DWORD {
 
     // const char*: folder of the cache files, UTF-8, existing and writable; set it before the first Load. The component
     // creates one hidden file per segment and stream in it and deletes each when its segment leaves the cache.
-    // S_OK, or the error for a folder that it cannot take.
+    // S_OK; E_FAIL for null, and for nothing else: bytes that are not UTF-8 are replaced, and a folder that is missing
+    // or cannot be written shows later, as the event of a failed download.
     kBackdoorCacheFolder = 3,
 
     // const DWORD*: where to start, as a count of segments behind the live edge. Used when a start is next chosen: the
-    // first load, a new URL, a switched quality, Run after a pause. A count that changes nothing - the same again, or
-    // before the first manifest - is answered with the position event (0, 0). S_OK.
+    // first load, a new URL, a switched quality. While a stream plays, a changed count does not move it: it only makes
+    // the loader fetch the manifest early. The count is replaced when a full cache parks a paused stream, and by a seek
+    // through the manifest. A count that changes nothing - the same again, or before the first manifest - is answered
+    // with the position event (0, 0). S_OK.
     kBackdoorPreferDelaySegments = 4,
 
     // const DWORD*: preferred height of the video picture, in pixels, used when representations are next chosen. S_OK.
     kBackdoorPreferQuality = 5,
 
-    // const DWORD*: id of a video quality (from the quality events) to switch to at once; positions restart at 0. S_OK;
-    // E_FAIL when the stream has been closed.
+    // const DWORD*: id of a video quality (from the quality events) to switch to at once; positions restart at 0. S_OK.
     kBackdoorTargetQuality = 6,
 
-    // const LONGLONG*: media time to seek to, in milliseconds, on the time line of IKVMPDCallback::OnBuffering. When
-    // the seek is done the position event (0, 1) is sent and byte positions restart at 0; a seek to the distance from
-    // the live edge that is already preferred moves nothing and sends none. S_OK; E_FAIL when the position lies outside
-    // what can be reached.
+    // const LONGLONG*: media time to seek to, in milliseconds, on the time line of IKVMPDCallback::OnBuffering. Byte
+    // positions have restarted at 0 when the call returns. The position event (0, 1) comes at once when the target is
+    // in the cache, else with the first new segment. While the manifest reaches as far back as the cache, a seek to the
+    // distance from the live edge that is already preferred moves nothing and sends none. S_OK; E_FAIL when the
+    // position lies outside what can be reached.
     kBackdoorPosition = 7,
 
-    // Ignored param. Stops delivery: reads on the output pin answer E_FAIL until the next Load. S_OK.
+    // Ignored param. Stops delivery: reads on the output pin, waiting ones included, answer E_FAIL until the next Load.
+    // S_OK.
     kBackdoorStop = 8,
 };
 

@@ -142,6 +142,7 @@ TEST_F(CacheFeed, WaitsAtAFileThatIsGone) {
 TEST_F(CacheFeed, WaitsWithoutBuffers) {
     StreamTest::m_stream = std::make_unique<KVMPDStream>(std::make_unique<ScriptedManifests>(m_manifests),
                                                          std::make_unique<ScriptedHttp>(m_media));
+    Stream().StopNow(0);
     PushSegments(100, 1, 1000, 300, 30);
     Feed();
     EXPECT_EQ(Cache().index, 0u);

@@ -139,6 +139,7 @@ TEST_F(Race, ACloseInTheMiddleOfControlOperations) {
     for (unsigned i = 0; i < 5; ++i) {
         m_stream = std::make_unique<KVMPDStream>(std::make_unique<ScriptedManifests>(m_manifests),
                                                  std::make_unique<ScriptedHttp>(m_media));
+        Stream().StopNow(0);
         Stream().SetFilter(&m_filter);
         Stream().CreateBuffer(2500);
         ListenAsHost();
