@@ -48,7 +48,7 @@ std::optional<std::int64_t> ProgressState::CachedFromMs() const {
 }
 
 std::int64_t ProgressState::BitRate() const {
-    return Rate(bytes, recordedMs);
+    return Rate(mediaBytes, recordedMs);
 }
 
 std::string ProgressLine(const ProgressState& state) {

@@ -17,7 +17,8 @@ struct ProgressState {
     std::optional<BufferingEvent> buffering;
     std::int64_t maxCacheMs = 300'000;
     std::int64_t recordedMs = 0;
-    std::int64_t bytes = 0;
+    std::int64_t bytes = 0;       // of the file so far
+    std::int64_t mediaBytes = 0;  // of the packets recorded
 
     // Where the cached range starts. The component reports the start of what can be reached, which includes segments
     // that are only in the manifest: before the first one loaded, or longer ago than the cache keeps.

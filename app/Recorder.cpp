@@ -266,6 +266,7 @@ void Recorder::ShowProgress(bool last) {
     }
     m_progress.recordedMs = summary->recordedMs;
     m_progress.bytes = summary->bytes;
+    m_progress.mediaBytes = summary->mediaBytes;
     m_console.Progress(ProgressLine(m_progress), last);
     m_console.SayJson(ProgressJson(m_progress, SinceStartMs()));
 }

@@ -144,6 +144,7 @@ bool Recording::WritePacket(Track track, AVPacket& packet, AVRational timeBase) 
     packet.pts = packet.pts == AV_NOPTS_VALUE ? packet.dts : ToUs(packet.pts, timeBase) - origin;
     packet.duration = ToUs(packet.duration, timeBase);
     m_fileEndUs = std::max(m_fileEndUs, packet.pts + packet.duration);
+    m_mediaBytes += packet.size;
     m_output.Keep();
     if (!m_writer.Write(track, packet, kMicroseconds)) {
         m_error = m_writer.Error();
@@ -185,6 +186,7 @@ Recording::Summary Recording::SnapshotLocked() const {
     summary.durationMs = (m_fileEndUs + 500) / 1000;
     summary.recordedMs = std::max(summary.tracks[0].endUs, summary.tracks[1].endUs) / 1000;
     summary.bytes = m_output.Size();
+    summary.mediaBytes = m_mediaBytes;
     if (const AVCodecParameters* video = m_parameters[0].get()) {
         summary.seen[0] = true;
         summary.width = video->width;

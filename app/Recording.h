@@ -35,7 +35,8 @@ class Recording {
         std::array<Timeline::TrackState, kTracks> tracks{};
         std::int64_t durationMs = 0;  // end of the last packet on the file's own time line
         std::int64_t recordedMs = 0;  // media recorded, counted from its first packet
-        std::int64_t bytes = 0;
+        std::int64_t bytes = 0;       // of the file so far; the muxer holds some seconds back
+        std::int64_t mediaBytes = 0;  // of the packets recorded
         int width = 0;
         int height = 0;
         std::string videoCodec;
@@ -77,6 +78,7 @@ class Recording {
     bool m_sawKeyFrame = false;
     bool m_finished = false;
     std::int64_t m_fileEndUs = 0;
+    std::int64_t m_mediaBytes = 0;
     std::string m_error;
 };
 

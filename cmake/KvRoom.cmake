@@ -38,6 +38,11 @@ function(kv_add_test program)
     endif()
     add_executable(${program} ${ARG_SOURCES})
     target_link_libraries(${program} PRIVATE kv_test_support ${ARG_DEPS})
+    # Tests are compiled lightly: the rooms are what is optimised and what undefined behaviour is looked for in.
+    target_compile_options(${program} PRIVATE -O1 -g1)
+    if(KV_SANITIZE MATCHES "undefined")
+        target_compile_options(${program} PRIVATE -fno-sanitize=undefined)
+    endif()
     gtest_discover_tests(${program} TEST_PREFIX "${program}." NO_PRETTY_VALUES DISCOVERY_TIMEOUT 60
                          PROPERTIES TIMEOUT ${ARG_TIMEOUT} LABELS "${ARG_LABELS}")
 endfunction()

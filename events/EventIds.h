@@ -10,12 +10,13 @@
 namespace kvmpd {
 
 // A manifest was fetched and brought new segments, or could not be loaded. Sent after the reloads of which that is
-// true.
+// true. Success is also sent when the manifest has no audio or no video set, though nothing of it can then be played.
 //   *param1: kManifestLoaded, kManifestMalformed or kManifestFailed; *param2: after success the duration of the newest
 //   segment in milliseconds, else 0.
 inline constexpr DWORD kEventManifest = 0;
 
-// Text event: the available video qualities, described in one text. Sent when the representations are chosen.
+// Text event: the available video qualities, described in one text. Sent when the segment at which playback
+// starts is chosen: at the first manifest and again after each restart of the stream.
 inline constexpr DWORD kEventQualityList = 6;
 
 // The video quality that was chosen. *param1: its id, as Backdoor's kBackdoorTargetQuality takes it; *param2: 0.

@@ -18,8 +18,10 @@
 //                  held. The prefer setters, pauseParse and the getters take only this one, because the engine calls
 //                  them with its cache lock held.
 //
-// Nothing is lost between threads: a setter writes its fields and then signals m_reloadEvent; the thread resets the
-// event after its wait and only then reads the fields. A cycle takes the preferences once, when it chooses the start.
+// Nothing is lost between threads: whoever wakes the thread (Init; Wake; SetPreferDelayTime, SetPreferDelaySegment and
+// pauseParse when there is a current manifest) writes its fields first and signals m_reloadEvent then; the thread
+// resets the event after its wait and only then reads the fields. The other setters and resetStart signal nothing and
+// are noticed by the next cycle. A cycle takes the preferences once, when it chooses the start.
 //
 // A changed URL also changes m_generation. A cycle remembers the generation that it took together with the URL, and
 // what it fetched is dropped, and a failure not reported, when another generation holds by the time it would apply. A
@@ -55,7 +57,8 @@ class MpdLoader : public WorkerProcessor {
     // except the loader's own.
 
     /// Starts following `url`, or wakes the running thread. Another URL (compared without regard to case) restarts the
-    /// stream. `queue` must not be null. S_OK, or why the thread could not be started.
+    /// stream. `queue` must not be null and must be unbounded: the loader pushes under Publication(), where waiting for
+    /// room would stop everybody who restarts the stream. S_OK, or why the thread could not be started.
     HRESULT Init(const std::wstring& url, std::shared_ptr<SegmentQueue> queue) EXCLUDES(m_stateLock);
 
     /// Ends the thread and waits for it; a running fetch is completed first. Not under Publication().
@@ -141,6 +144,7 @@ class MpdLoader : public WorkerProcessor {
     size_t ChooseStart(const MPD& mpd) REQUIRES(m_publication) EXCLUDES(m_stateLock);
     bool ChoiceStream(const MPD& mpd) REQUIRES(m_publication) EXCLUDES(m_stateLock);
     bool CallbackQuality(const MPD& mpd) REQUIRES(m_publication);
+    void CountQueued(LONGLONG number, DWORD duration) REQUIRES(m_publication) EXCLUDES(m_stateLock);
     void QueueSegments(const MPD& mpd, size_t startIndex) REQUIRES(m_publication) EXCLUDES(m_stateLock);
 
     CritSec m_publication ACQUIRED_BEFORE(m_stateLock);

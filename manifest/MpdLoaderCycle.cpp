@@ -38,7 +38,8 @@ DWORD MpdLoader::ThreadProc() {
     }
 }
 
-/// Returns the time to wait. Whatever goes wrong inside a cycle counts as a failed fetch and never ends the thread.
+/// Returns the time to wait. A std::exception inside a cycle counts as a failed fetch and does not end the thread; no
+/// other kind is thrown here.
 DWORD MpdLoader::RunCycle() {
     const LONGLONG started = ClockMs();
     Ticket ticket;
@@ -138,8 +139,10 @@ bool MpdLoader::BringsNews(const MPD& fetched) const {
     return !m_mpd || end(*m_mpd) < end(fetched);
 }
 
-/// Makes `fetched` the current manifest and queues what is new in it. When an exception ends it part-way, the loader is
-/// left as if only the segments that were queued had been announced, so that the next cycle goes on behind them.
+/// Makes `fetched` the current manifest and queues what is new in it. When an exception ends it part-way, the manifest
+/// before it is current again. Segments that were queued stay queued and counted, and the next cycle goes on behind
+/// them; when it ends before the queuing, the next cycle chooses the start again. What the host has been told by then
+/// it is told again with the choice that it belongs to; a choice of representations that was completed stands.
 void MpdLoader::ApplyNews(const std::shared_ptr<const MPD>& fetched) {
     std::shared_ptr<const MPD> before = fetched;
     LONGLONG lastBefore = 0;
@@ -223,9 +226,18 @@ bool MpdLoader::CallbackQuality(const MPD& mpd) {
     return true;
 }
 
+/// Counts a segment as queued; with the number before it and the negated duration, takes that back. Only whoever holds
+/// m_publication writes these two, so that nothing comes in between.
+void MpdLoader::CountQueued(LONGLONG number, DWORD duration) {
+    MutexLock lock(m_stateLock);
+    m_lastSegment = number;
+    m_totalQueuedDuration += duration;
+}
+
 /// Queues what is newer than the last segment queued, from `startIndex` on. A segment for which a representation has no
 /// name goes out with an empty URL: its download fails and the host hears of it. One without a duration as well would
-/// end the downloader, and is left out; its number stays used.
+/// end the downloader, and is left out; its number stays used. A segment is counted before it is pushed: once it is
+/// downloaded, the host is told how much is buffered of how much there is.
 void MpdLoader::QueueSegments(const MPD& mpd, size_t startIndex) {
     std::shared_ptr<SegmentQueue> queue;
     RepresentationIndex audioIndex;
@@ -254,15 +266,18 @@ void MpdLoader::QueueSegments(const MPD& mpd, size_t startIndex) {
         segment->m_duration = static_cast<LONG>(duration);
         segment->m_segmentNumber = number;
         segment->m_generation = generation;
+        CountQueued(number, duration);
         if (segment->IsEndMarker()) {
             Log(3, L"[Error] MpdLoader::ThreadProc segment %lld has neither a video URL nor a duration", number);
         } else {
-            queue->push(std::move(segment));
+            try {
+                queue->push(std::move(segment));
+            } catch (...) {
+                CountQueued(last, 0 - duration);
+                throw;
+            }
         }
         last = number;
-        MutexLock lock(m_stateLock);
-        m_lastSegment = number;
-        m_totalQueuedDuration += duration;
     }
     Log(6, L" MpdLoader::ThreadProc update last segment to %d", last);
 }

@@ -15,8 +15,8 @@ struct StartPreference {
 /// Index on the timeline at which playback starts, from 0 to count - 1. Logs which preference decided. The precedence
 /// is number, delay time, delay in segments. Whatever lies outside the timeline starts at its nearer end.
 ///
-/// A number on the timeline starts one segment earlier: hosts count on hearing the end of the segment before the one
-/// they asked for. The first number on the timeline has none before it and starts at itself.
+/// A number on the timeline starts one segment earlier, which is kept because hosts see one segment of lead-in before
+/// the one they asked for. The first number on the timeline has none before it and starts at itself.
 ///
 /// `mpd` must have at least one segment.
 size_t ChooseStartIndex(const MPD& mpd, const StartPreference& preference);

@@ -11,13 +11,14 @@ ProgressState SomeState() {
     state.segmentNumber = 1234;
     state.buffering = BufferingEvent{-30'000, 16'000, 18'500};
     state.recordedMs = 14'000;
-    state.bytes = 3'500'000;
+    state.bytes = 3'200'000;
+    state.mediaBytes = 3'500'000;
     return state;
 }
 
 TEST(ProgressLineText, SaysWhereTheRecordingIs) {
     EXPECT_EQ(ProgressLine(SomeState()),
-              "segment 1234 (7 read) | recorded 0:14 | behind live 4.5 s | cached 0:00-0:16 | 3.5 MB | 2.00 Mbit/s");
+              "segment 1234 (7 read) | recorded 0:14 | behind live 4.5 s | cached 0:00-0:16 | 3.2 MB | 2.00 Mbit/s");
 }
 
 TEST(ProgressLineText, CountsWhenTheNumberIsNotKnown) {
@@ -45,7 +46,7 @@ TEST(ProgressBehindLive, IsNeverNegative) {
 
 TEST(ProgressAsJson, HasTheSameNumbers) {
     EXPECT_EQ(ProgressJson(SomeState(), 15'250),
-              R"({"type":"progress","time":15.250,"segments":7,"segment":1234,"recorded":14.000,"bytes":3500000,)"
+              R"({"type":"progress","time":15.250,"segments":7,"segment":1234,"recorded":14.000,"bytes":3200000,)"
               R"("bit_rate":2000000,"behind_live":4.500,"cache_start":0.000,"cache_end":16.000})");
 }
 

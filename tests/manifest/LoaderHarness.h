@@ -17,6 +17,7 @@
 #include <utility>
 #include <vector>
 
+#include "common/Log.h"
 #include "events/EventIds.h"
 #include "events/MPDEventHandler.h"
 #include "manifest/MpdLoader.h"
@@ -27,6 +28,10 @@ namespace kvmpd::test {
 
 /// A bound for broken code, not a pace.
 inline constexpr std::chrono::seconds kPatience{20};
+/// How long a loader that should stay asleep is watched. That a wake-up does not come shows in nothing but time; one
+/// that does come leads to a fetch within a moment. Too short a time would only overlook it, and never fail correct
+/// code.
+inline constexpr std::chrono::milliseconds kGrace{150};
 
 struct Answer {
     HRESULT result = S_OK;
@@ -63,6 +68,12 @@ class FetchScript {
     int Count() const {
         const std::lock_guard lock(m_mutex);
         return m_count;
+    }
+
+    /// Waits until `count` fetches have begun in all; false when they do not within `patience`.
+    bool AwaitCount(int count, std::chrono::milliseconds patience = kPatience) {
+        std::unique_lock lock(m_mutex);
+        return m_changed.wait_for(lock, patience, [this, count] { return m_count >= count; });
     }
 
     HRESULT Fetch(const std::wstring& url, MPD& mpd) {
@@ -158,6 +169,7 @@ class FakeOwner : public LoaderOwner {
         return m_events;
     }
     void UpdateCacheSegmentInfo() override {
+        Log(6, L" FakeOwner::UpdateCacheSegmentInfo ");
         const std::lock_guard lock(m_mutex);
         ++m_updates;
         m_changed.notify_all();
@@ -218,6 +230,17 @@ class MpdLoaderTest : public testing::Test {
     std::wstring NextFetch() {
         m_loader->Wake();
         return m_script.Await();
+    }
+
+    /// Shows that the loader, which is in the wait after its `fetches`-th fetch or comes to it, has not been woken: it
+    /// does not fetch, and one more wake-up makes one more fetch. Closes the loader.
+    void ExpectNotWoken(int fetches) {
+        EXPECT_FALSE(m_script.AwaitCount(fetches + 1, kGrace)) << "the loader was woken";
+        m_script.LetGo();
+        m_loader->Wake();
+        EXPECT_TRUE(m_script.AwaitCount(fetches + 1));
+        m_loader->CloseThread();
+        EXPECT_EQ(m_script.Count(), fetches + 1);
     }
 
     /// Takes what is queued, oldest first. The end marker that it uses to find the end is not returned.

@@ -1,6 +1,7 @@
 // The loader's life and its control operations.
 #include <algorithm>
 #include <thread>
+#include <tuple>
 
 #include "tests/manifest/LoaderHarness.h"
 
@@ -115,32 +116,61 @@ TEST_F(MpdLoaderInit, TakesANewQueue) {
     EXPECT_EQ(TakeQueuedNumbers(), Numbers{103});
 }
 
-TEST_F(MpdLoaderPreference, OfASegmentClearsTheOthers) {
-    LONGLONG start = 0;
-    m_loader->SetPreferDelayTime(5000, start);
-    m_loader->SetPreferSegmentID(77);
-    EXPECT_EQ(m_loader->Preference().segmentId, 77);
-    EXPECT_EQ(m_loader->Preference().delayTime, 0u);
-    EXPECT_EQ(m_loader->Preference().delaySegment, 0u);
-    EXPECT_TRUE(m_log.Contains(" MpdLoader::SetPreferSegmentID : 77"));
+struct Setter {
+    const char* name;
+    void (*set)(MpdLoader& loader);
+    StartPreference result;
+    const char* line;
+};
+
+void PrintTo(const Setter& setter, std::ostream* out) {
+    *out << setter.name;
 }
 
-TEST_F(MpdLoaderPreference, OfADelayInSegmentsClearsTheOthers) {
-    m_loader->SetPreferSegmentID(77);
-    m_loader->SetPreferDelaySegment(3);
-    EXPECT_EQ(m_loader->Preference().segmentId, 0);
-    EXPECT_EQ(m_loader->Preference().delaySegment, 3u);
-    EXPECT_TRUE(m_log.Contains(" MpdLoader::SetPreferDelaySegment : 3"));
+void SetDelayTime(MpdLoader& loader) {
+    LONGLONG start = 0;
+    loader.SetPreferDelayTime(5000, start);
 }
 
-TEST_F(MpdLoaderPreference, OfADelayTimeClearsTheOthers) {
-    LONGLONG start = 0;
-    m_loader->SetPreferSegmentID(77);
-    m_loader->SetPreferDelayTime(5000, start);
-    EXPECT_EQ(m_loader->Preference().segmentId, 0);
-    EXPECT_EQ(m_loader->Preference().delayTime, 5000u);
-    EXPECT_TRUE(m_log.Contains(" MpdLoader::SetPreferDelayTime : 5000"));
+const Setter kSetters[] = {
+    {"Segment",
+     [](MpdLoader& loader) { loader.SetPreferSegmentID(77); },
+     {.segmentId = 77},
+     " MpdLoader::SetPreferSegmentID : 77"},
+    {"DelayTime", SetDelayTime, {.delayTime = 5000}, " MpdLoader::SetPreferDelayTime : 5000"},
+    {"DelaySegment",
+     [](MpdLoader& loader) { loader.SetPreferDelaySegment(3); },
+     {.delaySegment = 3},
+     " MpdLoader::SetPreferDelaySegment : 3"},
+};
+
+/// A setter, and another one that was used before it.
+class MpdLoaderPreferenceAfter : public MpdLoaderTest,
+                                 public testing::WithParamInterface<std::tuple<Setter, Setter>> {};
+
+TEST_P(MpdLoaderPreferenceAfter, AnotherClearsIt) {
+    const auto& [setter, before] = GetParam();
+    before.set(*m_loader);
+    setter.set(*m_loader);
+    EXPECT_EQ(m_loader->Preference().segmentId, setter.result.segmentId);
+    EXPECT_EQ(m_loader->Preference().delayTime, setter.result.delayTime);
+    EXPECT_EQ(m_loader->Preference().delaySegment, setter.result.delaySegment);
+    EXPECT_TRUE(m_log.Contains(setter.line));
 }
+
+std::string PairName(const testing::TestParamInfo<std::tuple<Setter, Setter>>& test) {
+    return std::string(std::get<0>(test.param).name) + "After" + std::get<1>(test.param).name;
+}
+
+INSTANTIATE_TEST_SUITE_P(Segment, MpdLoaderPreferenceAfter,
+                         testing::Combine(testing::Values(kSetters[0]), testing::Values(kSetters[1], kSetters[2])),
+                         PairName);
+INSTANTIATE_TEST_SUITE_P(DelayTime, MpdLoaderPreferenceAfter,
+                         testing::Combine(testing::Values(kSetters[1]), testing::Values(kSetters[0], kSetters[2])),
+                         PairName);
+INSTANTIATE_TEST_SUITE_P(DelaySegment, MpdLoaderPreferenceAfter,
+                         testing::Combine(testing::Values(kSetters[2]), testing::Values(kSetters[0], kSetters[1])),
+                         PairName);
 
 TEST_F(MpdLoaderPreference, OfTheSameDelayInSegmentsChangesNothing) {
     m_loader->SetPreferSegmentID(77);
@@ -206,8 +236,7 @@ TEST_F(MpdLoaderPreference, OfASegmentWakesNobody) {
     Init();
     News(LiveManifest(100, 10));
     m_loader->SetPreferSegmentID(103);
-    m_loader->CloseThread();
-    EXPECT_EQ(m_script.Count(), 1);
+    ExpectNotWoken(1);
 }
 
 TEST_F(MpdLoaderPreference, DoesNotMoveAStreamThatHasStarted) {
@@ -264,17 +293,15 @@ TEST_F(MpdLoaderPause, EndsUnnoticedWithoutAManifest) {
     Init();
     ASSERT_TRUE(m_log.WaitForPrefix(kSkipped));
     m_loader->pauseParse(0);
-    m_loader->CloseThread();
-    EXPECT_EQ(m_script.Count(), 0);
-    EXPECT_TRUE(m_log.Contains(" MpdLoader::ThreadProc wait -1 millisecond complete. result: 0"));
+    ExpectNotWoken(0);
+    EXPECT_EQ(m_log.Count(kWoken), 1u);  // By ExpectNotWoken, out of the wait of the pause.
 }
 
 TEST_F(MpdLoaderPause, OfTheSameValueWakesNobody) {
     Init();
     News(LiveManifest(100, 3));
     m_loader->pauseParse(0);
-    m_loader->CloseThread();
-    EXPECT_EQ(m_script.Count(), 1);
+    ExpectNotWoken(1);
     EXPECT_TRUE(m_log.Contains(" MpdLoader::pauseParse : 0"));
 }
 
@@ -311,8 +338,7 @@ TEST_F(MpdLoaderReset, WakesNobody) {
     Init();
     News(LiveManifest(100, 3));
     m_loader->resetStart();
-    m_loader->CloseThread();
-    EXPECT_EQ(m_script.Count(), 1);
+    ExpectNotWoken(1);
 }
 
 TEST_F(MpdLoaderReset, KeepsThePreferences) {

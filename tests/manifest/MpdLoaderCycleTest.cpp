@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <limits>
+#include <thread>
 
 #include "tests/manifest/LoaderHarness.h"
 
@@ -12,7 +13,6 @@ using MpdLoaderStart = MpdLoaderTest;
 using MpdLoaderFollow = MpdLoaderTest;
 using MpdLoaderChoice = MpdLoaderTest;
 using MpdLoaderSegments = MpdLoaderTest;
-using MpdLoaderLog = MpdLoaderTest;
 
 constexpr const wchar_t* kQualities =
     L"{11:{'height': 720,'width': 0,'bandwidth': 0,'frameRate': 0}, "
@@ -74,6 +74,7 @@ TEST_F(MpdLoaderStart, TellsNothingToANobody) {
     News(LiveManifest(100, 10));
     EXPECT_EQ(TakeQueuedNumbers(), Numbers{109});
     EXPECT_EQ(m_log.CountPrefix(" MPDEventHandler::On"), 0u);
+    EXPECT_EQ(m_log.CountPrefix(" MPDEventHandler::on"), 0u);
 }
 
 TEST_F(MpdLoaderStart, HappensAgainAfterAReset) {
@@ -160,6 +161,18 @@ TEST_F(MpdLoaderFollow, IgnoresAManifestOlderThanTheLastOne) {
     EXPECT_EQ(m_loader->CurrentMpd()->m_startNumber, 100);
 }
 
+TEST_F(MpdLoaderFollow, TakesNumbersBelowZeroForTheHighestThereAre) {
+    // Ends of the timeline are compared as unsigned numbers.
+    Init();
+    News(LiveManifest(-5, 3));
+    const auto current = m_loader->CurrentMpd();
+    NextFetch();
+    NoNews(LiveManifest(100, 3));
+    EXPECT_EQ(m_loader->CurrentMpd(), current);
+    EXPECT_EQ(m_owner.Updates(), 1);
+    EXPECT_EQ(TakeQueuedNumbers(), Numbers{-3});
+}
+
 /// The wait in the one line that announces it; the cycle's own time, surely under 100 s, is taken off it.
 DWORD AnnouncedWait(const std::vector<std::string>& lines) {
     unsigned wait = 0;
@@ -172,12 +185,16 @@ DWORD AnnouncedWait(const std::vector<std::string>& lines) {
     return 0;
 }
 
+void ExpectAWholePeriod(const std::vector<std::string>& lines) {
+    const DWORD wait = AnnouncedWait(lines);
+    EXPECT_GT(wait, kTenMinutes - 100'000);
+    EXPECT_LE(wait, kTenMinutes);
+}
+
 TEST_F(MpdLoaderFollow, WaitsForTheDurationOfTheNewestSegment) {
     Init();
     News(LiveManifest(100, 3));
-    const DWORD wait = AnnouncedWait(m_log.Lines());
-    EXPECT_GT(wait, kTenMinutes - 100'000);
-    EXPECT_LE(wait, kTenMinutes);
+    ExpectAWholePeriod(m_log.Lines());
 }
 
 TEST_F(MpdLoaderFollow, WaitsForHalfOfItWithoutNews) {
@@ -197,6 +214,8 @@ TEST_F(MpdLoaderFollow, ReloadsByItselfWhenTheWaitIsOver) {
     News(LiveManifest(100, 3, 0));
     EXPECT_EQ(m_script.Await(), L"http://origin/live.mpd");
     EXPECT_EQ(m_script.Count(), 2);
+    EXPECT_TRUE(m_log.Contains(" MpdLoader::ThreadProc wait " + std::to_string(AnnouncedWait(m_log.Lines())) +
+                               " millisecond complete. result: 258"));
 }
 
 TEST_F(MpdLoaderChoice, OfATargetTakesEffectWithTheNextNews) {
@@ -232,6 +251,19 @@ TEST_F(MpdLoaderChoice, IsKeptByPlaceWhenTheSetsChangeOrder) {
     News(LiveManifest(100, 3));
     TakeQueued();
     MPD swapped = LiveManifest(100, 4);
+    std::swap(swapped.m_adaptationSets[0], swapped.m_adaptationSets[1]);
+    NextFetch();
+    News(swapped);
+    const auto queued = TakeQueued();
+    EXPECT_EQ(queued.at(0)->m_audioUrl, "v720/103.m4s");
+    EXPECT_EQ(queued.at(0)->m_videoUrl, "a/103.m4s");
+}
+
+TEST_F(MpdLoaderChoice, IsKeptByPlaceWhenTheRepresentationsChangeOrder) {
+    Init();
+    News(LiveManifest(100, 3));
+    TakeQueued();
+    MPD swapped = LiveManifest(100, 4);
     std::swap(swapped.m_adaptationSets[1].m_representations[0], swapped.m_adaptationSets[1].m_representations[1]);
     NextFetch();
     News(swapped);
@@ -262,6 +294,7 @@ TEST_F(MpdLoaderChoice, WithoutAudioQueuesNothingButIsNewsAll) {
     EXPECT_EQ(m_host.Await(3), (Events{kQualityList, kQuality11, kLoaded}));
     EXPECT_NE(m_loader->CurrentMpd(), nullptr);
     EXPECT_EQ(m_loader->LastSegment(), 101);
+    ExpectAWholePeriod(m_log.Lines());
 }
 
 TEST_F(MpdLoaderChoice, WithoutVideoQueuesNothingAndReportsNoQuality) {
@@ -272,6 +305,7 @@ TEST_F(MpdLoaderChoice, WithoutVideoQueuesNothingAndReportsNoQuality) {
     EXPECT_EQ(TakeQueuedNumbers(), Numbers());
     EXPECT_TRUE(m_log.Contains("[Error] MpdLoader::CallbackQuality failed to find video quality"));
     EXPECT_EQ(m_host.Await(1), Events{kLoaded});
+    ExpectAWholePeriod(m_log.Lines());
 }
 
 TEST_F(MpdLoaderChoice, IsMadeByALaterManifestWhenTheFirstHadNoAudio) {
@@ -345,6 +379,23 @@ TEST_F(MpdLoaderSegments, ThatWouldEndTheDownloaderAreLeftOutAndKeepTheirNumber)
     EXPECT_EQ(m_loader->TotalQueuedDuration(), 2 * kTenMinutes);
 }
 
+TEST_F(MpdLoaderSegments, AreCountedBeforeTheyAreQueued) {
+    m_queue = std::make_shared<SegmentQueue>(1);  // Holds the cycle inside its second push.
+    m_loader->SetPreferDelaySegment(1);
+    Init();
+    m_script.Await();
+    m_script.Give({.mpd = LiveManifest(100, 2)});
+    while (m_queue->WaitingThreads() == 0) {
+        std::this_thread::yield();
+    }
+    EXPECT_EQ(m_loader->TotalQueuedDuration(), 2 * kTenMinutes);
+    EXPECT_EQ(m_loader->LastSegment(), 101);
+    EXPECT_EQ(m_queue->pop()->m_segmentNumber, 100);
+    EXPECT_EQ(m_queue->pop()->m_segmentNumber, 101);
+    ASSERT_TRUE(m_owner.AwaitUpdates(1));
+    EXPECT_EQ(m_loader->TotalQueuedDuration(), 2 * kTenMinutes);
+}
+
 TEST_F(MpdLoaderSegments, OfDurationZeroWithAUrlAreQueued) {
     Init();
     News(LiveManifest(100, 1, 0));
@@ -358,104 +409,6 @@ TEST_F(MpdLoaderSegments, WithNumbersAtTheEndOfTheRangeAreSurvived) {
     NoNews(LiveManifest(std::numeric_limits<LONGLONG>::min(), 1));
     EXPECT_NE(m_loader->CurrentMpd(), nullptr);
 }
-
-TEST_F(MpdLoaderLog, TellsAFirstCycleInOrder) {
-    m_owner.m_events.SetCallback(nullptr);
-    m_log.Clear();
-    Init();
-    News(LiveManifest(100, 2));
-    m_loader->CloseThread();
-    std::vector<std::string> lines;
-    for (std::string& line : m_log.Lines()) {
-        if (line.find("MpdLoader::") != std::string::npos && line.find(" wait ") == std::string::npos) {
-            lines.push_back(std::move(line));
-        }
-    }
-    // The closing lines come from the test's thread, so the two threads' lines may mix from there on.
-    lines.resize(std::min<size_t>(lines.size(), 16));
-    EXPECT_EQ(
-        lines,
-        (std::vector<std::string>{
-            " MpdLoader::Init ",
-            " MpdLoader::resetStart ",
-            " MpdLoader::ThreadProc ",
-            " MpdLoader::ThreadProc parse MPD finish. result: 0x00000000, segment count: 2",
-            " MpdLoader::ThreadProc parse MPD finish. last segment is 100",
-            " MpdLoader::ThreadProc try to find 0 segment from end",
-            " MpdLoader::ThreadProc start play from segment 101. The 1 segment from 2 segments",
-            " MpdLoader::CallbackQuality ",
-            " MpdLoader::CallbackQuality construct video quality info: {11:{'height': 720,'width': 0,'bandwidth': 0,"
-            "'frameRate': 0}, 12:{'height': 1080,'width': 0,'bandwidth': 0,'frameRate': 0}}",
-            " MpdLoader::ChoiceStream ",
-            " MpdLoader::ChoiceStream choice audio quality ID: 1, bandwidth: 0",
-            " MpdLoader::ChoiceStream choice video quality: 720 for prefer quality: 720.",
-            " MpdLoader::ChoiceStream select video quality ID: 11. Its index is 0",
-            " MpdLoader::ThreadProc update last segment to 101",
-            " MpdLoader::ThreadProc parse success and send callback. duration: 600000",
-            " MpdLoader::CloseThread ",
-        }));
-}
-
-/// Every line of a run, by the verbosity that shows it.
-std::vector<std::string> LinesAtLevel(LONG level) {
-    LogCapture log(level);
-    RecordingHost host;
-    FakeOwner owner;
-    FetchScript script;
-    auto queue = std::make_shared<SegmentQueue>(0);
-    {
-        MpdLoader loader(owner, std::make_unique<ScriptedSource>(script));
-        loader.Init(L"http://origin/", queue);
-        script.Await();
-        script.Give({.mpd = LiveManifest(100, 2)});
-        EXPECT_TRUE(owner.AwaitUpdates(1));
-        script.LetGo();
-    }
-    std::vector<std::string> lines;
-    for (std::string& line : log.Lines()) {
-        if (line.find("MpdLoader::") != std::string::npos) {
-            lines.push_back(std::move(line));
-        }
-    }
-    return lines;
-}
-
-/// `pattern` is a whole line, or the beginning of one followed by "*".
-bool Shows(const std::vector<std::string>& lines, std::string_view pattern) {
-    const bool open = pattern.ends_with('*');
-    pattern.remove_suffix(open ? 1 : 0);
-    return std::ranges::any_of(
-        lines, [=](const std::string& line) { return open ? line.starts_with(pattern) : line == pattern; });
-}
-
-struct LevelCase {
-    LONG level;
-    const char* pattern;
-};
-
-void PrintTo(const LevelCase& line, std::ostream* out) {
-    *out << line.level << line.pattern;
-}
-
-class MpdLoaderLogLevel : public testing::TestWithParam<LevelCase> {};
-
-TEST_P(MpdLoaderLogLevel, ShowsTheLineFromItsLevelOn) {
-    EXPECT_TRUE(Shows(LinesAtLevel(GetParam().level), GetParam().pattern));
-    EXPECT_FALSE(Shows(LinesAtLevel(GetParam().level - 1), GetParam().pattern));
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Lines, MpdLoaderLogLevel,
-    testing::Values(LevelCase{4, " MpdLoader::MpdLoader "}, LevelCase{4, " MpdLoader::~MpdLoader "},
-                    LevelCase{4, " MpdLoader::Init "}, LevelCase{3, " MpdLoader::resetStart "},
-                    LevelCase{4, " MpdLoader::CloseThread : *"}, LevelCase{4, " MpdLoader::ThreadProc finish."},
-                    LevelCase{6, " MpdLoader::ThreadProc parse MPD finish. result: *"},
-                    LevelCase{6, " MpdLoader::ThreadProc parse MPD finish. last segment is *"},
-                    LevelCase{3, " MpdLoader::ThreadProc start play from segment *"},
-                    LevelCase{3, " MpdLoader::CallbackQuality "},
-                    LevelCase{6, " MpdLoader::CallbackQuality construct *"}, LevelCase{6, " MpdLoader::ChoiceStream "},
-                    LevelCase{6, " MpdLoader::ThreadProc update last segment to *"},
-                    LevelCase{3, " MpdLoader::ThreadProc parse success and send callback. duration: *"}));
 
 }  // namespace
 }  // namespace kvmpd::test

@@ -131,8 +131,7 @@ TEST_F(MpdLoaderFailure, IsNotGotOverByPreferencesWithoutAManifest) {
     m_loader->SetPreferDelaySegment(1);
     m_loader->SetPreferDelayTime(1, start);
     m_loader->SetPreferSegmentID(5);
-    m_loader->CloseThread();
-    EXPECT_EQ(m_script.Count(), 1);
+    ExpectNotWoken(1);
 }
 
 TEST_F(MpdLoaderFailure, OfMemoryInTheFetchIsOneLikeAnyOther) {

@@ -150,7 +150,7 @@ TEST_F(MpdLoaderMidFetch, CompoundOfTheOwnerIsOneStep) {
     EXPECT_EQ(queued[0]->m_videoUrl, "v1080/103.m4s");
 }
 
-/// Manifests without end, each one segment longer than the one before, and now and then none.
+/// Manifests without end: a window of five segments that moves on by one with each fetch, and now and then a failure.
 class EndlessSource : public ManifestSource {
   public:
     HRESULT parse(std::wstring, std::shared_ptr<MPD> mpd) override {

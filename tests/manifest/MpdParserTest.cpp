@@ -281,6 +281,14 @@ TEST(MpdParserRepresentation, ReadsTheFirstBaseUrlWithItsEntities) {
         "https://h/a%2Fb?x=1&y=2/");
 }
 
+TEST(MpdParserRepresentation, KeepsBlanksAndLineFeedsAroundItsBaseUrl) {
+    EXPECT_EQ(
+        Parse(VideoManifest("<Representation id=\"1\"><BaseURL>\n  https://h/a  b/ \n</BaseURL></Representation>"))
+            .Quality()
+            .m_baseUrl,
+        "\n  https://h/a  b/ \n");
+}
+
 TEST(MpdParserRepresentation, HasNoMediaNamesWithoutAList) {
     const Parsed parsed = Parse(VideoManifest(kOneQuality));
     EXPECT_EQ(parsed.result, S_OK);
