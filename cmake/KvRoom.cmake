@@ -41,7 +41,8 @@ function(kv_add_test program)
     # Tests are compiled lightly: the rooms are what is optimised and what undefined behaviour is looked for in.
     target_compile_options(${program} PRIVATE -O1 -g1)
     if(KV_SANITIZE MATCHES "undefined")
-        target_compile_options(${program} PRIVATE -fno-sanitize=undefined)
+        # As a property of the sources: it has to stand behind the options that come with the rooms.
+        set_source_files_properties(${ARG_SOURCES} PROPERTIES COMPILE_OPTIONS -fno-sanitize=undefined)
     endif()
     gtest_discover_tests(${program} TEST_PREFIX "${program}." NO_PRETTY_VALUES DISCOVERY_TIMEOUT 60
                          PROPERTIES TIMEOUT ${ARG_TIMEOUT} LABELS "${ARG_LABELS}")
