@@ -108,7 +108,9 @@ bool ChildProcess::WaitForUnread() const {
 }
 
 void ChildProcess::Signal(int signal) const {
-    ::kill(m_pid, signal);
+    if (m_pid > 0) {  // never -1, which would be everybody
+        ::kill(m_pid, signal);
+    }
 }
 
 int ChildProcess::Wait() {
