@@ -50,15 +50,15 @@ class CRingBuffer {
     bool ReadIntoArray(HANDLE file, DWORD request, DWORD& got);
 
     Array m_pBuffer;
-    /// A second array of the same size that nothing reads or writes: it keeps address space beside the first for a
-    /// second window on the stream. The system gives untouched zeroed pages no memory.
+    /// A second array of the same size that nothing reads or writes, kept deliberately. The system gives untouched zeroed
+    /// pages no memory.
     Array m_pSpare;
     DWORD m_iReadPtr = 0;   // index of the oldest unread byte; may equal m_nBufSize
     DWORD m_iWritePtr = 0;  // index where the next byte goes
     DWORD m_nBufSize = 0;
     DWORD m_highWater = 0;  // indexes at or above were never written since they were zeroed
-    /// The file of the last failed read stays open until the next write, so that it can be looked at while the feed
-    /// waits to try again; one at most.
+    /// The file of the last failed read deliberately stays open, but only until the next write, so that a
+    /// failure that repeats never holds more than one.
     UniqueFile m_failedFile;
 };
 
