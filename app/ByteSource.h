@@ -17,7 +17,7 @@ enum class ReadStatus {
     kReleased,     // the range has already left the cache
     kFailed,       // another error; the source can say which
     kInterrupted,  // the host is stopping; nothing was read
-    kUnreadable    // box reader only: what stands here is not a box
+    kUnreadable    // box reader only: what stands here is no whole box
 };
 
 class ByteSource {
@@ -29,6 +29,9 @@ class ByteSource {
 
     // Whether a box header at this video position could be read now; never waits. Video positions only.
     virtual ReadStatus Probe(std::int64_t position) = 0;
+
+    // Told by the reading thread between two reads: positions start at 0 again, maybe those of another source.
+    virtual void Restarted() {}
 };
 
 }  // namespace kvmpd::app

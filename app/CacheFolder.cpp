@@ -1,11 +1,14 @@
 #include "app/CacheFolder.h"
 
+#include <fcntl.h>
 #include <stdlib.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <charconv>
 #include <filesystem>
 #include <system_error>
+#include <vector>
 
 namespace kvmpd::app {
 namespace fs = std::filesystem;
@@ -37,6 +40,27 @@ void CacheFolder::Remove() const noexcept {
             return;
         }
     }
+}
+
+bool CacheFolder::CanBeWritten(std::string& error) const {
+    // A download that failed for want of room has taken what there was of it, so this needs not be long.
+    const std::vector<char> bytes(64 * 1024);
+    const std::string path = m_path + "/room";
+    const int descriptor = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    int reason = descriptor < 0 ? errno : 0;
+    for (std::size_t done = 0; reason == 0 && done < bytes.size();) {
+        const ssize_t count = ::write(descriptor, bytes.data() + done, bytes.size() - done);
+        reason = count < 0 && errno != EINTR ? errno : 0;
+        done += count > 0 ? static_cast<std::size_t>(count) : 0;
+    }
+    if (descriptor >= 0) {
+        ::close(descriptor);
+        ::unlink(path.c_str());
+    }
+    if (reason != 0) {
+        error = "the cache folder \"" + m_path + "\" takes no more files: " + std::generic_category().message(reason);
+    }
+    return reason == 0;
 }
 
 std::optional<std::int64_t> CacheFolder::SegmentNumber(std::int64_t after, std::int64_t videoBytes) const {

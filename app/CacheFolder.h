@@ -25,6 +25,10 @@ class CacheFolder {
     // Any thread, any number of times.
     void Remove() const noexcept;
 
+    // Whether files can be written in it: makes one of some length and removes it. False, with error in words, when the
+    // disk is full, the folder is gone ...
+    bool CanBeWritten(std::string& error) const;
+
     // The number of the segment whose video has this many bytes: the lowest above `after` among the cache files, which
     // are named by it. Nothing when no file fits.
     std::optional<std::int64_t> SegmentNumber(std::int64_t after, std::int64_t videoBytes) const;

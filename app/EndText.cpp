@@ -14,17 +14,18 @@ std::string NoMediaSentence(const EndContext& context) {
                                                                     static_cast<long long>(context.failedDownloads))
                                                            : "";
     if (context.hasMedia) {
-        return "no new media came for 30 seconds" + WithDetail(failed) +
+        return "no new media came for " + context.patience + WithDetail(failed.empty() ? context.detail : failed) +
                "; the recording ends here: if the stream is still live, check the network and start again";
     }
     if (!context.manifestLoaded) {
-        return "no answer came from " + context.url + " within 30 seconds; check the address and the network";
+        return "no answer came from " + context.url + " within " + context.patience +
+               "; check the address and the network";
     }
     if (!failed.empty()) {
         return "the manifest was loaded but " + failed + "; check that its segments can be reached from here";
     }
-    return "the manifest was loaded but no segment of media came within 30 seconds; check that the stream is live and "
-           "offers audio/mp4 and video/mp4";
+    return "the manifest was loaded but no segment of media came within " + context.patience +
+           "; check that the stream is live and offers audio/mp4 and video/mp4";
 }
 
 }  // namespace
@@ -38,7 +39,7 @@ std::string EndSentence(RecordEnd end, const EndContext& context) {
         case RecordEnd::kAsked:
             return context.hasMedia ? "" : "stopped before any media arrived; nothing was recorded";
         case RecordEnd::kNoManifest:
-            return "no manifest could be fetched from " + context.url +
+            return "no manifest could be fetched from " + context.url + " for " + context.patience +
                    ": the server cannot be reached, refuses, or answers with something else; check the address, and "
                    "that a browser on this machine can open it";
         case RecordEnd::kManifestShape:
@@ -47,20 +48,18 @@ std::string EndSentence(RecordEnd end, const EndContext& context) {
                    "a SegmentURL for each segment; give the address of a live manifest of that shape";
         case RecordEnd::kNoMedia:
             return NoMediaSentence(context);
-        case RecordEnd::kFellBehind:
-            return "the recording fell behind: its next bytes had left the cache" + kept +
-                   "; give a larger --max-cache or a faster output";
         case RecordEnd::kNotMedia:
             return "the stream's segments cannot be recorded" + WithDetail(context.detail) +
                    ": each must be fragmented MP4 with its own ftyp and moov, video and audio apart; check the "
                    "address, or try another --quality";
         case RecordEnd::kCodecChanged:
             return context.detail + ", and one file cannot hold both" + kept + "; start again to record the rest";
-        case RecordEnd::kReadFailed:
-            return "the stream cannot be read any further" + WithDetail(context.detail) + kept + "; start again";
         case RecordEnd::kOutputFailed:
             return (context.detail.empty() ? std::string("the output cannot be written") : context.detail) + kept +
                    "; make room or give another output";
+        case RecordEnd::kCacheFailed:
+            return context.detail + kept +
+                   "; make room, give another folder with --cache-dir, or a shorter --max-cache";
         case RecordEnd::kComponentFailed:
             return context.detail + "; check the installation";
     }
@@ -81,16 +80,14 @@ const char* EndWord(RecordEnd end) {
             return "manifest-shape";
         case RecordEnd::kNoMedia:
             return "no-media";
-        case RecordEnd::kFellBehind:
-            return "fell-behind";
         case RecordEnd::kNotMedia:
             return "not-media";
         case RecordEnd::kCodecChanged:
             return "codec-changed";
-        case RecordEnd::kReadFailed:
-            return "read-failed";
         case RecordEnd::kOutputFailed:
             return "output-failed";
+        case RecordEnd::kCacheFailed:
+            return "cache-failed";
         case RecordEnd::kComponentFailed:
             return "component-failed";
     }

@@ -15,6 +15,7 @@ struct EndContext {
     bool hasMedia = false;        // something was recorded
     bool manifestLoaded = false;  // at least one manifest was
     std::int64_t failedDownloads = 0;
+    std::string patience = "30 s";  // after which it was given up
 };
 
 // One sentence that says what happened and what to do; empty when all went as asked.

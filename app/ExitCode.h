@@ -9,7 +9,7 @@ enum class ExitCode : int {
     kUsage = 1,           // the command line cannot be obeyed
     kNoStream = 2,        // the stream could not be loaded, or no media came; nothing was recorded
     kOutput = 3,          // the output cannot be written
-    kCacheFolder = 4,     // the folder for the cache files cannot be used
+    kCacheFolder = 4,     // the folder for the cache files cannot be used, or takes no more; a recording is kept
     kNothingYet = 5,      // stopped before any media arrived
     kEndedEarly = 6,      // a playable recording that the stream, not the user, ended
     kStoppedAtOnce = 130  // a second stop signal: left without waiting for anything
@@ -23,11 +23,10 @@ enum class RecordEnd {
     kNoManifest,      // nothing that is a manifest came from the URL
     kManifestShape,   // a manifest, but not of the shape that the component follows
     kNoMedia,         // no new media for too long
-    kFellBehind,      // the next bytes had already left the cache
     kNotMedia,        // the segments are not fragmented MP4
     kCodecChanged,    // the stream went on with other codec parameters
-    kReadFailed,      // the pin answered an error
     kOutputFailed,    // disk full, no permission, ...
+    kCacheFailed,     // the same for the cache's files
     kComponentFailed  // the source filter could not be created or connected
 };
 
@@ -36,6 +35,8 @@ constexpr ExitCode ExitCodeOf(RecordEnd end, bool hasMedia) {
     switch (end) {
         case RecordEnd::kOutputFailed:
             return ExitCode::kOutput;
+        case RecordEnd::kCacheFailed:
+            return ExitCode::kCacheFolder;
         case RecordEnd::kTimeReached:
         case RecordEnd::kReaderGone:
             return ExitCode::kRecorded;
@@ -44,10 +45,8 @@ constexpr ExitCode ExitCodeOf(RecordEnd end, bool hasMedia) {
         case RecordEnd::kNoManifest:
         case RecordEnd::kManifestShape:
         case RecordEnd::kNoMedia:
-        case RecordEnd::kFellBehind:
         case RecordEnd::kNotMedia:
         case RecordEnd::kCodecChanged:
-        case RecordEnd::kReadFailed:
         case RecordEnd::kComponentFailed:
             break;
     }

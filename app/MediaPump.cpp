@@ -1,5 +1,6 @@
 #include "app/MediaPump.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "app/Text.h"
@@ -23,13 +24,16 @@ void MediaPump::TrackReader::Restart() {
     assembler.Restart();
     skipping = false;
     held = false;
+    timed = false;
+    arrivals = 0;
     segmentStart = -1;
     fileTypePosition = -1;
 }
 
 MediaPump::MediaPump(ByteSource& source, std::function<std::string()> sourceError, Recording& recording, PumpGate& gate,
                      PumpListener& listener, Timing timing)
-    : m_sourceError(std::move(sourceError)),
+    : m_source(source),
+      m_sourceError(std::move(sourceError)),
       m_recording(recording),
       m_gate(gate),
       m_listener(listener),
@@ -38,47 +42,96 @@ MediaPump::MediaPump(ByteSource& source, std::function<std::string()> sourceErro
       m_audio(Track::kAudio, source, kAudioPositionBase) {}
 
 RecordEnd MediaPump::Run() {
-    m_lastMedia = std::chrono::steady_clock::now();
     while (!m_gate.Stopping()) {
+        if (m_gate.GivenUp()) {
+            return EndWithoutMedia();
+        }
         const std::uint64_t news = m_gate.NewsSeen();
         if (m_gate.TakeRestart()) {
-            m_video.Restart();
-            m_audio.Restart();
+            TakeRestart();
         }
-        const ReadStatus status = Step();
+        const ReadStatus status = m_sourceFailed ? ReadStatus::kNotYet : Step();
         if (m_ended) {
             return m_end;
         }
         if (status == ReadStatus::kNotYet) {
-            if (std::chrono::steady_clock::now() - m_lastMedia > m_timing.patience) {
-                return EndWithoutMedia();
-            }
             m_gate.WaitForNewsAfter(news, m_timing.recheck);
-        } else if (status != ReadStatus::kOk && status != ReadStatus::kInterrupted) {
-            return EndOf(status);
+        } else if (status == ReadStatus::kFailed) {
+            m_sourceFailed = true;
+            m_listener.OnSourceFailed(m_sourceError());
         }
     }
     return RecordEnd::kAsked;
+}
+
+void MediaPump::TakeRestart() {
+    m_source.Restarted();
+    m_sourceFailed = false;
+    m_arrivals = 0;
+    m_arrivalCounted = false;
+    m_videoAtEnd = true;
+    m_streamStartTold = false;
+    for (TrackReader* reader : {&m_video, &m_audio}) {
+        reader->Restart();
+        if (m_anyFragment) {
+            m_recording.NoteLoss(reader->track, LossCause::kNewSource);
+        }
+    }
+}
+
+// How far the video that was read reaches beyond the audio, on the clock that they share. Tracks that begin far apart
+// have none in common; then each counts from its own beginning.
+std::int64_t MediaPump::VideoLeadUs() const {
+    constexpr std::int64_t kOneClockUs = 60'000'000;
+    const std::int64_t apart = m_video.firstUs - m_audio.firstUs;
+    const std::int64_t skew = apart > kOneClockUs || apart < -kOneClockUs ? apart : 0;
+    return m_video.endUs - skew - m_audio.endUs;
 }
 
 bool MediaPump::AudioReadable() const {
     if (m_audio.held) {
         return false;
     }
-    if (!m_audio.skipping && !m_audio.MayEndHere()) {
+    if (m_audio.boxes.AtKnownStart()) {
         return true;
     }
-    return m_video.assembler.Segments() > m_audio.assembler.Segments() ||
-           (m_audio.timed && m_audio.elapsedUs + kSameSegmentUs < m_video.elapsedUs);
+    if (m_audio.skipping) {
+        return m_arrivals > m_audio.arrivals;
+    }
+    if (!m_audio.MayEndHere()) {
+        return true;
+    }
+    if (!m_audio.timed || !m_video.timed || m_video.skipping) {
+        return m_arrivals > m_audio.arrivals;
+    }
+    return VideoLeadUs() > kSameSegmentUs;
+}
+
+// Never more than the video has shown to be there, so that nothing is waited for in vain.
+void MediaPump::CountAudioSegment() {
+    m_audio.arrivals = std::min(m_audio.arrivals + 1, m_arrivals);
 }
 
 ReadStatus MediaPump::VideoReadable() {
-    return m_video.skipping || m_video.MayEndHere() ? m_video.boxes.ProbeNext() : ReadStatus::kOk;
+    if (!m_video.skipping && !m_video.MayEndHere()) {
+        return ReadStatus::kOk;
+    }
+    const ReadStatus status = m_video.boxes.ProbeNext();
+    if (status == ReadStatus::kNotYet) {
+        m_videoAtEnd = true;
+    } else if (status == ReadStatus::kOk && std::exchange(m_videoAtEnd, false) && m_video.skipping) {
+        // Where no box tells the segments apart, what was not there a moment ago is another one.
+        ++m_arrivals;
+        m_arrivalCounted = true;
+        m_audio.held = false;
+    }
+    return status;
 }
 
 ReadStatus MediaPump::Step() {
     const bool audioReadable = AudioReadable();
-    if (audioReadable && m_audio.elapsedUs <= m_video.elapsedUs) {
+    const bool audioFirst = !m_audio.timed || !m_video.timed || VideoLeadUs() >= 0;
+    if (audioReadable && audioFirst) {
         return ReadFrom(m_audio);
     }
     const ReadStatus video = VideoReadable();
@@ -89,42 +142,90 @@ ReadStatus MediaPump::Step() {
         NoteSegmentEnd(m_video, m_video.boxes.Position());
         return audioReadable ? ReadFrom(m_audio) : ReadStatus::kNotYet;
     }
+    if (video == ReadStatus::kReleased) {
+        return PassReleased(m_video);
+    }
     return video;
 }
 
 ReadStatus MediaPump::ReadFrom(TrackReader& reader) {
-    if (reader.skipping) {
-        const ReadStatus status = reader.boxes.SkipToNextBox();
-        reader.skipping = status != ReadStatus::kOk;
-        reader.held = status == ReadStatus::kNotYet;
-        return status;
-    }
+    m_anyBytes = true;
     Box box;
-    const ReadStatus status = reader.boxes.Next(box);
+    const ReadStatus status = reader.skipping ? Skip(reader) : reader.boxes.Next(box);
     switch (status) {
         case ReadStatus::kOk:
-            (reader.track == Track::kVideo ? m_audio : m_video).held = false;
-            TakeBox(reader, std::move(box));
-            break;
+            if (!box.bytes.empty()) {
+                (reader.track == Track::kVideo ? m_audio : m_video).held = false;
+                TakeBox(reader, std::move(box));
+            }
+            return status;
         case ReadStatus::kUnreadable:
-            reader.skipping = true;
-            reader.assembler.DropPartial();
-            m_listener.OnWarning(Format("the %s at byte %lld is no media; it is left out up to the next segment",
-                                        NameOf(reader.track), static_cast<long long>(reader.boxes.Position())));
+            LeaveOut(reader);
             return ReadStatus::kOk;
+        case ReadStatus::kReleased:
+            return PassReleased(reader);
         case ReadStatus::kNotYet:
-            // A wait of ten seconds has just passed. Audio gives way, so that the video is looked after.
+            // Of audio, a wait of ten seconds has just passed: it gives way, so that the video is looked after.
             reader.held = reader.track == Track::kAudio;
-            break;
+            return status;
         default:
-            break;
+            return status;
     }
+}
+
+ReadStatus MediaPump::Skip(TrackReader& reader) {
+    const ReadStatus status = reader.boxes.SkipToNextBox();
+    reader.skipping = status != ReadStatus::kOk;
     return status;
+}
+
+// From here to the next segment.
+void MediaPump::LeaveOut(TrackReader& reader) {
+    const bool cutShort = reader.boxes.WhatIsWrong() == BoxReader::Flaw::kCutShort;
+    m_recording.NoteLoss(reader.track, cutShort ? LossCause::kCutShort : LossCause::kNotMedia);
+    m_listener.OnWarning(cutShort
+                             ? Format("a segment of %s ends before its time, at byte %lld; its last piece is left out",
+                                      NameOf(reader.track), static_cast<long long>(reader.boxes.Position()))
+                             : Format("the %s at byte %lld is no media; it is left out up to the next segment",
+                                      NameOf(reader.track), static_cast<long long>(reader.boxes.Position())));
+    reader.skipping = !reader.boxes.AtKnownStart();
+    reader.assembler.DropPartial();
+    if (reader.track == Track::kVideo) {
+        reader.segmentStart = -1;  // its size tells nothing
+        m_arrivals += cutShort ? 0 : 1;
+        m_audio.held = m_audio.held && cutShort;
+    } else if (!cutShort) {
+        CountAudioSegment();  // stands for one, as far as can be told
+    }
+}
+
+ReadStatus MediaPump::PassReleased(TrackReader& reader) {
+    const std::int64_t before = reader.boxes.Position();
+    if (const ReadStatus status = reader.boxes.MoveToEarliest(); status != ReadStatus::kOk) {
+        reader.held = reader.track == Track::kAudio;
+        return status;  // the next read finds the same again
+    }
+    m_recording.NoteLoss(reader.track, LossCause::kLeftCache);
+    m_listener.OnWarning(
+        Format("%lld bytes of %s had left the cache before they were read; the recording goes on with "
+               "the earliest that is there",
+               static_cast<long long>(reader.boxes.Position() - before), NameOf(reader.track)));
+    reader.assembler.DropPartial();
+    reader.skipping = true;
+    reader.segmentStart = -1;
+    if (reader.track == Track::kVideo) {
+        ++m_arrivals;
+    } else {
+        reader.arrivals = m_arrivals - 1;  // there is something
+    }
+    return ReadStatus::kOk;
 }
 
 void MediaPump::TakeBox(TrackReader& reader, Box&& box) {
     if (reader.track == Track::kVideo) {
         NoteSegment(reader, box);
+    } else if (box.type == FourCc("moov")) {
+        CountAudioSegment();
     }
     if (const auto file = reader.assembler.Accept(std::move(box))) {
         TakeFragment(reader, *file);
@@ -135,6 +236,7 @@ void MediaPump::TakeFragment(TrackReader& reader, const std::vector<std::uint8_t
     DemuxedFragment fragment;
     std::string error;
     if (!DemuxFragment(file, reader.track, fragment, error) || fragment.packets.empty()) {
+        m_recording.NoteLoss(reader.track, LossCause::kDamaged);
         if (++reader.damaged == 1) {
             m_listener.OnWarning(std::string("a damaged piece of ") + NameOf(reader.track) + " is left out" +
                                  (error.empty() ? "" : ": " + error));
@@ -143,14 +245,29 @@ void MediaPump::TakeFragment(TrackReader& reader, const std::vector<std::uint8_t
     }
     const AVPacket& first = *fragment.packets.front();
     const AVPacket& last = *fragment.packets.back();
-    if (!reader.timed) {
-        reader.timed = true;
-        reader.firstUs = ToUs(first.dts, fragment.timeBase);
+    const std::int64_t startUs = ToUs(first.dts, fragment.timeBase);
+    if (!std::exchange(reader.timed, true)) {
+        reader.firstUs = startUs;
     }
-    reader.elapsedUs = ToUs(last.dts + last.duration, fragment.timeBase) - reader.firstUs;
+    reader.endUs = ToUs(last.dts + last.duration, fragment.timeBase);
     m_anyFragment = true;
-    m_lastMedia = std::chrono::steady_clock::now();
-    switch (m_recording.Add(reader.track, std::move(fragment))) {
+    const std::int64_t packetsBefore = m_recording.Packets();
+    m_writing = true;
+    const Recording::Result result = m_recording.Add(reader.track, std::move(fragment));
+    m_writing = false;
+    for (const Gap& gap : m_recording.TakeNewGaps()) {
+        m_listener.OnGap(gap);
+    }
+    if (m_recording.Packets() > packetsBefore) {
+        m_listener.OnMedia();
+    }
+    if (!m_streamStartTold && reader.track == Track::kVideo) {
+        if (const auto at = m_recording.RecordingTime(startUs)) {
+            m_streamStartTold = true;
+            m_listener.OnStreamStart(*at);
+        }
+    }
+    switch (result) {
         case Recording::Result::kGoOn:
             return;
         case Recording::Result::kLimitReached:
@@ -177,6 +294,7 @@ void MediaPump::NoteSegment(TrackReader& reader, const Box& box) {
         reader.fileTypePosition = box.position;
     } else if (box.type == FourCc("moov")) {
         NoteSegmentEnd(reader, box.position);
+        m_arrivals += std::exchange(m_arrivalCounted, false) ? 0 : 1;
         reader.segmentStart = reader.fileTypePosition >= 0 ? reader.fileTypePosition : box.position;
         reader.fileTypePosition = -1;
     }
@@ -190,14 +308,9 @@ void MediaPump::NoteSegmentEnd(TrackReader& reader, std::int64_t end) {
     reader.segmentStart = -1;
 }
 
-RecordEnd MediaPump::EndOf(ReadStatus status) {
-    m_detail = m_sourceError();
-    return status == ReadStatus::kReleased ? RecordEnd::kFellBehind : RecordEnd::kReadFailed;
-}
-
 RecordEnd MediaPump::EndWithoutMedia() {
-    const bool readSomething = m_video.boxes.Position() > 0 || m_audio.boxes.Position() > 0;
-    if (!m_anyFragment && readSomething) {
+    m_detail = m_sourceFailed ? m_sourceError() : "";
+    if (!m_anyFragment && m_anyBytes) {
         return RecordEnd::kNotMedia;
     }
     const auto summary = m_recording.Snapshot();

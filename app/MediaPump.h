@@ -6,12 +6,16 @@
 // what may be a video segment, by asking first; and for audio, which cannot be asked for, while the video is ahead -
 // segments of both tracks become readable together.
 //
-// After positions restart (a seek, or a return to the live edge) it drops what it has in part and reads both tracks
-// from 0. Media that then comes a second time is recognised by its decode times and left out.
+// After positions restart (a seek, a return to the live edge, a new source) it drops what it has in part and reads both
+// tracks from 0. Media that then comes a second time is recognised by its decode times and left out.
+//
+// Bytes that are no media, a segment that was cut short and bytes that have left the cache are passed over up to the
+// next segment; each track does so by itself.
 
 #pragma once
 
 #include <array>
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <functional>
@@ -32,6 +36,14 @@ class PumpListener {
     virtual void OnSegmentRead(std::int64_t bytes) = 0;
     // Something is wrong with the media, and the recording goes on.
     virtual void OnWarning(const std::string& sentence) = 0;
+    // Media is missing in front of what has just been recorded.
+    virtual void OnGap(const Gap&) {}
+    // Media was recorded that was not there before.
+    virtual void OnMedia() {}
+    // The source's byte position 0 lies at this time of the recording.
+    virtual void OnStreamStart(std::int64_t /*recordingUs*/) {}
+    // The source cannot be read; the pump waits for a restart, which brings another one.
+    virtual void OnSourceFailed(const std::string& /*inWords*/) {}
 
   protected:
     ~PumpListener() = default;
@@ -40,8 +52,7 @@ class PumpListener {
 class MediaPump {
   public:
     struct Timing {
-        std::chrono::milliseconds patience{30'000};  // without new media the recording ends
-        std::chrono::milliseconds recheck{250};      // in case no news announce what came
+        std::chrono::milliseconds recheck{250};  // in case no news announce what came
     };
 
     // sourceError: why the source failed, in words.
@@ -51,8 +62,11 @@ class MediaPump {
               PumpListener& listener)
         : MediaPump(source, std::move(sourceError), recording, gate, listener, Timing{}) {}
 
-    // Until something ends the recording; kAsked when the gate was stopped.
+    // Until something ends the recording; kAsked when the gate was stopped, and what is the matter when it gave up.
     RecordEnd Run();
+
+    // Whether it is busy with what it has read, maybe held up by a slow output. Any thread.
+    bool IsWriting() const { return m_writing; }
 
     // What ended it, in words; empty where the end says it all. After Run.
     const std::string& Detail() const { return m_detail; }
@@ -67,28 +81,36 @@ class MediaPump {
         const Track track;
         BoxReader boxes;
         FragmentAssembler assembler;
-        bool skipping = false;       // looking for the next box after bytes that are none
-        bool held = false;           // a read found nothing: wait until the other track moved
-        bool timed = false;          // firstUs is set
-        std::int64_t firstUs = 0;    // decode time of the track's first packet
-        std::int64_t elapsedUs = 0;  // from there to the end of the last one read
+        bool skipping = false;      // looking for the next box after bytes that are none
+        bool held = false;          // a read found nothing: wait until the other track moved
+        bool timed = false;         // a fragment was read since the start
+        std::int64_t firstUs = 0;   // decode time of that fragment's first packet
+        std::int64_t endUs = 0;     // end of the last packet read
+        std::int64_t arrivals = 0;  // audio: how many segments were begun
         std::int64_t damaged = 0;
         std::int64_t segmentStart = -1;  // position of the segment being read
         std::int64_t fileTypePosition = -1;
     };
 
-    // kOk: something was done. kNotYet: nothing to do now. kInterrupted: look at the gate. Others end the recording.
+    // kOk: something was done. kNotYet: nothing to do now. kInterrupted: look at the gate. kFailed: the source
+    // failed.
     ReadStatus Step();
     bool AudioReadable() const;
+    std::int64_t VideoLeadUs() const;
     ReadStatus VideoReadable();
     ReadStatus ReadFrom(TrackReader& reader);
+    ReadStatus Skip(TrackReader& reader);
+    void LeaveOut(TrackReader& reader);
+    void CountAudioSegment();
+    ReadStatus PassReleased(TrackReader& reader);
+    void TakeRestart();
     void TakeBox(TrackReader& reader, Box&& box);
     void TakeFragment(TrackReader& reader, const std::vector<std::uint8_t>& file);
     void NoteSegment(TrackReader& reader, const Box& box);
     void NoteSegmentEnd(TrackReader& reader, std::int64_t end);
-    RecordEnd EndOf(ReadStatus status);
     RecordEnd EndWithoutMedia();
 
+    ByteSource& m_source;
     const std::function<std::string()> m_sourceError;
     Recording& m_recording;
     PumpGate& m_gate;
@@ -96,7 +118,13 @@ class MediaPump {
     const Timing m_timing;
     TrackReader m_video;
     TrackReader m_audio;
-    std::chrono::steady_clock::time_point m_lastMedia;
+    std::int64_t m_arrivals = 0;    // at least so many segments have become readable, by what the video showed
+    bool m_videoAtEnd = true;       // the last look at the video found nothing
+    bool m_arrivalCounted = false;  // the segment that comes next has been counted already
+    bool m_sourceFailed = false;    // nothing is read until positions restart
+    bool m_streamStartTold = true;  // for the present source
+    std::atomic<bool> m_writing = false;
+    bool m_anyBytes = false;
     bool m_anyFragment = false;
     bool m_ended = false;
     RecordEnd m_end = RecordEnd::kAsked;

@@ -123,15 +123,23 @@ bool OutputFile::WaitWritable() {
     }
 }
 
-bool OutputFile::Write(std::span<const std::uint8_t> bytes) {
-    if (m_state != State::kGood) {
-        return false;
-    }
+// What an overwritten file held goes when the first of the new is there.
+bool OutputFile::EmptyOnce() {
     if (m_seekable && !m_created && !m_truncated) {
         if (::ftruncate(m_descriptor, 0) != 0) {
             return Fail("emptying", errno);
         }
         m_truncated = true;
+    }
+    return true;
+}
+
+bool OutputFile::Write(std::span<const std::uint8_t> bytes) {
+    if (m_state != State::kGood) {
+        return false;
+    }
+    if (!EmptyOnce()) {
+        return false;
     }
     // A blocking write to a pipe may sleep for longer than the room that poll promised; within PIPE_BUF it does not.
     constexpr std::size_t kPipePiece = 4096;
@@ -152,6 +160,40 @@ bool OutputFile::Write(std::span<const std::uint8_t> bytes) {
         m_size = std::max(m_size, m_position);
     }
     return true;
+}
+
+bool OutputFile::Reserve(std::int64_t size) {
+    constexpr std::int64_t kAhead = 4 << 20;
+    if (!m_seekable || !m_canReserve || size <= m_reserved || m_state != State::kGood) {
+        return true;
+    }
+    if (!EmptyOnce()) {
+        return false;
+    }
+    // The size of the file stays what was written of it.
+    const std::int64_t from = std::max(m_reserved, m_size);
+    for (const std::int64_t ahead : {kAhead, std::int64_t{0}}) {
+        if (::fallocate(m_descriptor, FALLOC_FL_KEEP_SIZE, from, size + ahead - from) == 0) {
+            m_reserved = size + ahead;
+            return true;
+        }
+        if (errno == EINTR) {
+            return true;  // the next packet asks again
+        }
+        if (errno != ENOSPC && errno != EDQUOT && errno != EFBIG) {
+            m_canReserve = false;  // this file system does not know how; a full disk shows in a write
+            return true;
+        }
+    }
+    m_error = "writing \"" + m_path + "\" failed: " + ErrnoText(errno);
+    return false;
+}
+
+void OutputFile::EndReserve() {
+    // To its own size: that frees what lies beyond. When it fails, some space stays taken until the file is removed.
+    if (m_reserved > m_size && ::ftruncate(m_descriptor, m_size) == 0) {
+        m_reserved = m_size;
+    }
 }
 
 bool OutputFile::Seek(std::int64_t position) {

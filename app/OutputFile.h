@@ -26,6 +26,12 @@ class OutputFile {
     bool Write(std::span<const std::uint8_t> bytes);
     // From the start of the file. Only for a seekable output.
     bool Seek(std::int64_t position);
+    // Makes sure that the file can grow to this size, where the file system can promise that. False, with the reason in
+    // Error, when the disk is too full; what was promised before is still there to be written.
+    bool Reserve(std::int64_t size);
+    // Gives back what was reserved and not written.
+    void EndReserve();
+
     bool Seekable() const { return m_seekable; }
     bool ToStandardOutput() const { return m_standardOutput; }
 
@@ -48,6 +54,7 @@ class OutputFile {
   private:
     OutputFile(std::string path, int descriptor, bool created);
     bool Fail(const char* what, int error);
+    bool EmptyOnce();
     bool WaitWritable();
 
     const std::string m_path;
@@ -56,6 +63,8 @@ class OutputFile {
     bool m_standardOutput = false;
     bool m_seekable = false;
     bool m_truncated = false;  // whether what an overwritten file held is gone
+    bool m_canReserve = true;
+    std::int64_t m_reserved = 0;
     std::int64_t m_position = 0;
     std::int64_t m_size = 0;
     std::atomic<bool> m_keep = false;

@@ -83,12 +83,54 @@ ReadStatus PinReader::StatusOf(HRESULT result) {
     if (SUCCEEDED(result)) {
         return ReadStatus::kNotYet;  // S_FALSE
     }
-    return result == E_ACCESSDENIED ? ReadStatus::kReleased : ReadStatus::kFailed;
+    return result == E_ACCESSDENIED ? ReadStatus::kReleased : Failed();
+}
+
+// A read that fails because somebody ended it is no failure of the source.
+ReadStatus PinReader::Failed() const {
+    return m_interrupted() ? ReadStatus::kInterrupted : ReadStatus::kFailed;
+}
+
+void PinReader::Restarted() {
+    {
+        const std::lock_guard lock(m_mutex);
+        if (!m_next) {
+            return;
+        }
+        m_reader = std::move(m_next);
+        m_next.Reset();
+    }
+    m_left.notify_all();
+}
+
+void PinReader::SetNext(kvmpd::ComPtr<IAsyncReader> reader) {
+    {
+        const std::lock_guard lock(m_mutex);
+        m_next = std::move(reader);
+    }
+    m_left.notify_all();  // the one that it replaces will not be read from
+}
+
+void PinReader::WaitUntilLeft(const IAsyncReader* reader) {
+    std::unique_lock lock(m_mutex);
+    m_left.wait(lock, [&] { return m_reader.get() != reader && m_next.get() != reader; });
+}
+
+void PinReader::Close() {
+    {
+        const std::lock_guard lock(m_mutex);
+        m_reader.Reset();
+        m_next.Reset();
+    }
+    m_left.notify_all();
 }
 
 ReadStatus PinReader::Read(std::int64_t position, std::span<std::uint8_t> bytes) {
     if (m_interrupted()) {
         return ReadStatus::kInterrupted;
+    }
+    if (!m_reader) {
+        return ReadStatus::kNotYet;
     }
     const auto length = static_cast<LONG>(std::min<std::size_t>(bytes.size(), std::numeric_limits<LONG>::max()));
     return StatusOf(m_reader->SyncRead(position, length, bytes.data()));
@@ -97,6 +139,9 @@ ReadStatus PinReader::Read(std::int64_t position, std::span<std::uint8_t> bytes)
 ReadStatus PinReader::Probe(std::int64_t position) {
     if (m_interrupted()) {
         return ReadStatus::kInterrupted;
+    }
+    if (!m_reader) {
+        return ReadStatus::kNotYet;
     }
     constexpr std::int64_t kLargestPosition = std::numeric_limits<REFERENCE_TIME>::max() / kTimePerByte - kProbeBytes;
     if (position < 0 || position > kLargestPosition) {

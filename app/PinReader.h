@@ -1,8 +1,11 @@
-// A byte source over the output pin's IAsyncReader. One thread reads; the stop predicate is asked on that thread.
+// A byte source over the output pin's IAsyncReader, and over that of the source which takes its place. One thread
+// reads; the stop predicate is asked on that thread. SetNext and WaitUntilLeft may be called from any thread.
 
 #pragma once
 
+#include <condition_variable>
 #include <functional>
+#include <mutex>
 #include <string>
 
 #include "app/ByteSource.h"
@@ -15,7 +18,8 @@ class ProbeSample;
 
 class PinReader final : public ByteSource {
   public:
-    // interrupted: asked before every read; true makes reads answer kInterrupted.
+    // reader: may be null, as long as nothing is to be read. interrupted: asked before every read; true makes reads
+    // answer kInterrupted, also those that failed meanwhile.
     PinReader(kvmpd::ComPtr<IAsyncReader> reader, std::function<bool()> interrupted);
     ~PinReader() override;
 
@@ -27,13 +31,28 @@ class PinReader final : public ByteSource {
     // byte position in 64 bits: the pin's audio positions do not fit, so only video can be asked for.
     ReadStatus Probe(std::int64_t position) override;
 
+    // Takes up the reader given last, if any: positions have restarted.
+    void Restarted() override;
+
+    // What is to be read from after the next restart.
+    void SetNext(kvmpd::ComPtr<IAsyncReader> reader);
+    // Until the reading thread has let go of this reader for good. Whoever closes a source waits here first: the last
+    // reference to it must not be dropped by the reading thread, which would then wait for the source's transfers.
+    void WaitUntilLeft(const IAsyncReader* reader);
+    // Lets go of every reader. Once the reading thread is gone.
+    void Close();
+
     // The last error, for a person.
     std::string Error() const;
 
   private:
     ReadStatus StatusOf(HRESULT result);
+    ReadStatus Failed() const;
 
-    kvmpd::ComPtr<IAsyncReader> m_reader;
+    mutable std::mutex m_mutex;
+    std::condition_variable m_left;
+    kvmpd::ComPtr<IAsyncReader> m_reader;  // replaced with m_mutex held, by the reading thread
+    kvmpd::ComPtr<IAsyncReader> m_next;    // guarded by m_mutex
     kvmpd::ComPtr<ProbeSample> m_sample;
     const std::function<bool()> m_interrupted;
     HRESULT m_lastResult = S_OK;

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "app/Json.h"
+#include "app/Notices.h"
 #include "app/Text.h"
 
 namespace kvmpd::app {
@@ -95,6 +96,13 @@ std::string SummaryText(const Recording::Summary& summary, const std::string& pa
     text += Format("  size      %lld bytes (%s)\n", static_cast<long long>(summary.bytes),
                    FormatBitRate(Rate(summary.bytes, summary.recordedMs)).c_str());
     text += "  gaps      " + GapText(video, "video") + "; " + GapText(audio, "audio") + "\n";
+    constexpr std::size_t kMostGapLines = 10;
+    for (std::size_t i = 0; i < std::min(summary.gaps.size(), kMostGapLines); ++i) {
+        text += "            " + DescribeGap(summary.gaps[i]) + "\n";
+    }
+    if (summary.gaps.size() > kMostGapLines) {
+        text += "            and others\n";
+    }
     if (video.repeated + audio.repeated > 0) {
         text += Format("  repeated  %lld packets came a second time and were left out\n",
                        static_cast<long long>(video.repeated + audio.repeated));
@@ -111,6 +119,11 @@ std::string SummaryJson(const Recording::Summary& summary, const std::string& pa
     line.Number("sample_rate", summary.sampleRate).Number("channels", summary.channels);
     AddTrack(line, "video", summary.tracks[0]);
     AddTrack(line, "audio", summary.tracks[1]);
+    std::string gaps;
+    for (const Gap& gap : summary.gaps) {
+        gaps += (gaps.empty() ? "" : ",") + GapJson(gap);
+    }
+    line.Raw("gaps", "[" + gaps + "]");
     return line.Str();
 }
 

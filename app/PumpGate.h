@@ -1,4 +1,4 @@
-// What wakes the reader thread and tells it what changed. Any thread calls the first three; the reader waits.
+// What wakes the reader thread and tells it what changed. Any thread calls the first four; the reader waits.
 
 #pragma once
 
@@ -17,6 +17,11 @@ class PumpGate {
         m_stopping = true;
         News();
     }
+    // No more media will come; what is the matter is for the reader to say.
+    void GiveUp() {
+        m_givenUp = true;
+        News();
+    }
     // Byte positions of both tracks start at 0 again.
     void PositionsRestart() {
         ++m_restarts;
@@ -32,13 +37,14 @@ class PumpGate {
     }
 
     bool Stopping() const { return m_stopping; }
+    bool GivenUp() const { return m_givenUp; }
     // The reader takes note of restarts with this; true when there was one since the last call.
     bool TakeRestart() {
         const std::uint64_t now = m_restarts;
         return m_restartsTaken.exchange(now) != now;
     }
     // Whether a read should not be begun: the recording ends, or positions mean something else by now.
-    bool Interrupted() const { return m_stopping || m_restarts != m_restartsTaken; }
+    bool Interrupted() const { return m_stopping || m_givenUp || m_restarts != m_restartsTaken; }
 
     // To be taken before looking for work, so that news that come meanwhile end the wait at once.
     std::uint64_t NewsSeen() const {
@@ -52,6 +58,7 @@ class PumpGate {
 
   private:
     std::atomic<bool> m_stopping = false;
+    std::atomic<bool> m_givenUp = false;
     std::atomic<std::uint64_t> m_restarts = 0;
     std::atomic<std::uint64_t> m_restartsTaken = 0;
     mutable std::mutex m_mutex;

@@ -15,15 +15,25 @@ extern "C" {
 namespace kvmpd::app {
 namespace {
 
+using std::chrono::milliseconds;
+
 // The variable in which the component looks for its verbosity, once, when it first logs.
 constexpr const char* kLogVariable = "KAVOTRA_MPDSOURCE_LOG";
 
 constexpr std::uint32_t kMaxCacheSeconds = 24 * 3600;
 
-void AddOptions(CLI::App& command, RecordOptions& options, std::string& length) {
+// Lengths as they were given.
+struct LengthTexts {
+    std::string length;
+    std::string giveUpAfter;
+    std::string reconnectAfter;
+};
+
+void AddOptions(CLI::App& command, RecordOptions& options, LengthTexts& lengths) {
     command.add_option("URL", options.url, "Address of the live manifest (http or https)")->required();
     command.add_option("-o,--output", options.output, "Matroska file to write; - is standard output")->required();
-    command.add_option("--for", length, "Length of media to record: 20, 20s, 1m30s, 2h (default: until stopped)");
+    command.add_option("--for", lengths.length,
+                       "Length of media to record: 20, 20s, 1m30s, 2h (default: until stopped)");
     command.add_option("--cache-dir", options.cacheDir,
                        "Existing folder in which a private cache folder is made (default: TMPDIR or /tmp)");
     command.add_option("--max-cache", options.maxCacheSeconds, "Seconds of media to keep in the cache (default: 300)")
@@ -32,6 +42,12 @@ void AddOptions(CLI::App& command, RecordOptions& options, std::string& length) 
     command.add_option("--prefer-height", options.preferHeight,
                        "Take the video quality of exactly this height, if there is one (default: 720)");
     command.add_option("--quality", options.qualityId, "Take the video quality with this id");
+    command.add_option(
+        "--give-up-after", lengths.giveUpAfter,
+        "End when no new media has come for this long, or never (default: never once media has come, 30s "
+        "before)");
+    command.add_option("--reconnect-after", lengths.reconnectAfter,
+                       "Load the stream anew when no new media has come for this long, or never (default: 30s)");
     command
         .add_option("--log", options.logLevel, "The component's log on standard error: 3 (errors) to 6 (everything)")
         ->check(CLI::Range(0, 9));
@@ -41,13 +57,28 @@ void AddOptions(CLI::App& command, RecordOptions& options, std::string& length) 
     command.add_flag("-y,--overwrite", options.overwrite, "Replace an existing output file");
 }
 
-int Record(RecordOptions options, const std::string& length) {
-    if (!length.empty()) {
-        options.length = ParseDuration(length);
-        if (!options.length) {
-            throw CLI::ValidationError("--for",
-                                       "\"" + length + "\" is no length of time; write it as 20, 20s or 1m30s");
-        }
+milliseconds LengthOf(const char* option, const std::string& text, const char* orNever) {
+    const auto length = ParseDuration(text);
+    if (!length) {
+        throw CLI::ValidationError(option,
+                                   "\"" + text + "\" is no length of time; write it as 20, 20s or 1m30s" + orNever);
+    }
+    return *length;
+}
+
+std::optional<milliseconds> LengthOrNever(const char* option, const std::string& text) {
+    return text == "never" ? std::nullopt : std::optional(LengthOf(option, text, ", or never"));
+}
+
+int Record(RecordOptions options, const LengthTexts& lengths) {
+    if (!lengths.length.empty()) {
+        options.length = LengthOf("--for", lengths.length, "");
+    }
+    if (!lengths.giveUpAfter.empty()) {
+        options.giveUpBeforeMedia = options.giveUpAfterMedia = LengthOrNever("--give-up-after", lengths.giveUpAfter);
+    }
+    if (!lengths.reconnectAfter.empty()) {
+        options.reconnectAfter = LengthOrNever("--reconnect-after", lengths.reconnectAfter);
     }
     if (options.logLevel > 0) {
         ::setenv(kLogVariable, std::to_string(options.logLevel).c_str(), /*overwrite=*/1);
@@ -62,12 +93,12 @@ int Record(RecordOptions options, const std::string& length) {
 void RecordCommand::Register(CLI::App& app, std::function<int()>& run) {
     struct State {
         RecordOptions options;
-        std::string length;
+        LengthTexts lengths;
     };
     const auto state = std::make_shared<State>();
     CLI::App* command = app.add_subcommand("record", "Record a live stream into a Matroska file");
-    AddOptions(*command, state->options, state->length);
-    command->callback([state, &run] { run = [state] { return Record(state->options, state->length); }; });
+    AddOptions(*command, state->options, state->lengths);
+    command->callback([state, &run] { run = [state] { return Record(state->options, state->lengths); }; });
 }
 
 }  // namespace kvmpd::app

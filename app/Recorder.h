@@ -1,11 +1,12 @@
-// `kvmpd record` as an object: follows one stream and writes it into one file.
+// `kvmpd record` as an object: follows one stream, through as many sources as that takes, and writes it into one file.
 //
-// Threads: Run's own (events, progress, the end), the reader thread (MediaPump), the signal thread, and the component's
-// event thread. What they share is guarded by m_mutex, or is one of the parts that say themselves that any thread may
-// call them (gate, output stop, recording, console).
+// Threads: Run's own (events, progress, tries, the end), the reader thread (MediaPump), the signal thread, the
+// component's event threads, and those on which the supervisor closes sources. What they share is guarded by m_mutex,
+// or is one of the parts that say themselves that any thread may call them (gate, output stop, recording, console).
 
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
@@ -25,7 +26,8 @@
 #include "app/Progress.h"
 #include "app/QualityList.h"
 #include "app/Recording.h"
-#include "app/SourceSession.h"
+#include "app/RecordingSource.h"
+#include "app/SourceSupervisor.h"
 
 namespace kvmpd::app {
 
@@ -38,6 +40,10 @@ struct RecordOptions {
     std::optional<std::uint32_t> delaySegments;
     std::optional<std::uint32_t> preferHeight;
     std::optional<std::uint32_t> qualityId;
+    // Without new media for so long, the recording ends, or the source is replaced; none: never.
+    std::optional<std::chrono::milliseconds> giveUpBeforeMedia = std::chrono::seconds(30);
+    std::optional<std::chrono::milliseconds> giveUpAfterMedia;
+    std::optional<std::chrono::milliseconds> reconnectAfter = std::chrono::seconds(30);
     int logLevel = 0;
     bool json = false;
     bool quiet = false;
@@ -45,7 +51,7 @@ struct RecordOptions {
     bool overwrite = false;
 };
 
-class Recorder final : private EventSink, private PumpListener {
+class Recorder final : private SourceListener, private PumpListener {
   public:
     explicit Recorder(RecordOptions options);
     ~Recorder();
@@ -56,28 +62,37 @@ class Recorder final : private EventSink, private PumpListener {
   private:
     using Clock = std::chrono::steady_clock;
 
-    // EventSink, PumpListener
-    void OnEvent(const StreamEvent& event) override;
+    // SourceListener, PumpListener
+    void OnSourceEvent(std::uint64_t id, const StreamEvent& event) override;
     void OnSegmentRead(std::int64_t bytes) override;
     void OnWarning(const std::string& sentence) override;
+    void OnGap(const Gap& gap) override;
+    void OnMedia() override;
+    void OnStreamStart(std::int64_t recordingUs) override;
+    void OnSourceFailed(const std::string& inWords) override;
 
     void OnStopSignal();
     [[noreturn]] void OnSecondStopSignal();
 
     // Null of an exit code: go on.
     std::optional<ExitCode> Prepare();
-    bool OpenSession();
+    bool StartSource();
+    std::unique_ptr<SupervisedSource> MakeSource(const SourceSupervisor::Request& request);
+    std::optional<std::uint32_t> DelayFor(const SourceSupervisor::Request& request) const;
+    void OnRetry(const RetryPolicy::Retry& retry);
     void StartReader();
     void Follow();
+    std::chrono::milliseconds UntilNextLook() const;
+    void TellSupervisor(std::uint64_t id, const StreamEvent& event);
     void HandleEvent(const StreamEvent& event, std::int64_t timeMs);
     void HandleManifest(const ManifestEvent& event);
-    void HandleChosenQuality(const QualityChosenEvent& event);
-    void RetryManifestWhenDue();
+    void HandleFailedDownload();
     void ShowProgress(bool last);
     ExitCode FinishFile();
     void CloseOrLeave(ExitCode code);
     std::int64_t SinceStartMs() const;
     void End(RecordEnd end, const std::string& detail);
+    RecordEnd WhyNoMedia(RecordEnd end) const;
 
     const RecordOptions m_options;
     const Clock::time_point m_start = Clock::now();
@@ -93,19 +108,26 @@ class Recorder final : private EventSink, private PumpListener {
     std::optional<RecordEnd> m_end;  // the first reason wins
     std::int64_t m_segmentsRead = 0;
     std::optional<std::int64_t> m_segmentNumber;
+    std::shared_ptr<const CacheFolder> m_cache;  // of the present source
+    std::string m_endDetail;
+    std::int64_t m_streamStartMs = 0;  // of the recording, at which the present source's times begin
 
-    // Run's thread only, except that the reader thread uses what m_recording, m_pinReader and m_pump point to:
+    std::atomic<std::int64_t> m_repeatedBefore = 0;  // packets that came a second time, until the last new one
+
+    // Set before any other thread uses what they point to; the supervisor's owner is Run's thread.
     std::unique_ptr<Recording> m_recording;
-    std::unique_ptr<SourceSession> m_session;
     std::unique_ptr<PinReader> m_pinReader;
+    std::unique_ptr<SourceSupervisor> m_supervisor;
     std::unique_ptr<MediaPump> m_pump;
+
+    // Run's thread only:
     std::thread m_reader;
     EndContext m_context;
     std::optional<std::vector<VideoQuality>> m_qualities;
     ProgressState m_progress;
     Clock::time_point m_nextProgress;
-    std::optional<Clock::time_point> m_retryManifestAt;
-    int m_manifestFailures = 0;  // in a row
+    std::chrono::milliseconds m_segmentLength{0};  // of the newest segment
+    std::optional<ManifestEvent::Result> m_lastManifest;
 };
 
 }  // namespace kvmpd::app

@@ -11,6 +11,15 @@ namespace {
 
 constexpr AVRational kMicroseconds{1, 1'000'000};
 
+// Nobody looks through more of them, and a stream that never recovers must not fill the memory.
+constexpr std::size_t kMostGapsListed = 1000;
+// How much of one track is kept while the other one has not begun.
+constexpr std::int64_t kMostWaitingUs = 60'000'000;
+// What the file takes besides the media, rather too much than too little: header and index, and for each packet its
+// block header and a share of the cluster's and of the index entry.
+constexpr std::int64_t kFileOverheadBytes = 64 * 1024;
+constexpr std::int64_t kPacketOverheadBytes = 40;
+
 std::int64_t ToUs(std::int64_t time, AVRational timeBase) {
     return av_rescale_q(time, timeBase, kMicroseconds);
 }
@@ -80,6 +89,7 @@ Recording::Result Recording::AddLocked(Track track, DemuxedFragment&& fragment) 
         return WriteFragment(track, fragment);
     }
     m_waiting[index].push_back(std::move(fragment));
+    BoundWaiting(m_waiting[index]);
     if (m_waiting[0].empty() || m_waiting[1].empty()) {
         return Result::kGoOn;
     }
@@ -94,6 +104,14 @@ Recording::Result Recording::AddLocked(Track track, DemuxedFragment&& fragment) 
         }
     }
     return m_timeline.LimitReached() ? Result::kLimitReached : Result::kGoOn;
+}
+
+// The file cannot begin before both tracks are there. What comes too long before that is no part of the recording.
+void Recording::BoundWaiting(std::vector<DemuxedFragment>& waiting) {
+    const auto startUs = [](const DemuxedFragment& f) { return ToUs(f.packets.front()->dts, f.timeBase); };
+    while (waiting.size() > 1 && startUs(waiting.back()) - startUs(waiting.front()) > kMostWaitingUs) {
+        waiting.erase(waiting.begin());
+    }
 }
 
 bool Recording::Begin() {
@@ -117,9 +135,15 @@ Recording::Result Recording::WriteFragment(Track track, DemuxedFragment& fragmen
                 continue;  // a player could show nothing of it
             }
         }
+        if (!HasRoomFor(*packet)) {
+            m_error = m_output.Error();
+            return Result::kOutputFailed;
+        }
         const std::int64_t decodeUs = ToUs(packet->dts, fragment.timeBase);
         const std::int64_t durationUs = ToUs(packet->duration, fragment.timeBase);
-        switch (m_timeline.Admit(track, decodeUs, durationUs)) {
+        const Timeline::Verdict verdict = m_timeline.Admit(track, decodeUs, durationUs);
+        NoteGap();
+        switch (verdict) {
             case Timeline::Verdict::kRepeated:
                 continue;
             case Timeline::Verdict::kBeyondLimit:
@@ -127,6 +151,7 @@ Recording::Result Recording::WriteFragment(Track track, DemuxedFragment& fragmen
             case Timeline::Verdict::kWrite:
                 break;
         }
+        m_loss[static_cast<std::size_t>(IndexOf(track))] = LossCause::kAbsent;
         if (!WritePacket(track, *packet, fragment.timeBase)) {
             return Result::kOutputFailed;
         }
@@ -136,6 +161,30 @@ Recording::Result Recording::WriteFragment(Track track, DemuxedFragment& fragmen
         return Result::kOutputFailed;
     }
     return m_timeline.LimitReached() ? Result::kLimitReached : Result::kGoOn;
+}
+
+void Recording::NoteGap() {
+    if (!m_timeline.LastGap()) {
+        return;
+    }
+    Gap gap = *m_timeline.LastGap();
+    const auto index = static_cast<std::size_t>(IndexOf(gap.track));
+    gap.cause = m_loss[index];
+    if (gap.cause == LossCause::kAbsent && m_failuresExplained[index] < m_failedDownloads) {
+        ++m_failuresExplained[index];
+        gap.cause = LossCause::kDownloadFailed;
+    }
+    if (m_gaps.size() < kMostGapsListed) {
+        m_gaps.push_back(gap);
+        m_newGaps.push_back(gap);
+    }
+}
+
+// Asked before a packet is given to the muxer, which keeps some seconds of media to itself: so that all it has, and the
+// index, can still be written when the disk is full.
+bool Recording::HasRoomFor(const AVPacket& packet) {
+    const std::int64_t packets = m_timeline.Of(Track::kVideo).packets + m_timeline.Of(Track::kAudio).packets + 1;
+    return m_output.Reserve(kFileOverheadBytes + m_mediaBytes + packet.size + packets * kPacketOverheadBytes);
 }
 
 bool Recording::WritePacket(Track track, AVPacket& packet, AVRational timeBase) {
@@ -159,11 +208,49 @@ bool Recording::Finish() {
         return true;
     }
     m_finished = true;
-    if (!m_writer.Finish()) {
-        m_error = m_writer.Error();
-        return false;
+    if (m_writer.Begun()) {
+        for (const Track track : {Track::kVideo, Track::kAudio}) {
+            if (m_loss[static_cast<std::size_t>(IndexOf(track))] != LossCause::kAbsent) {
+                m_timeline.EndTrack(track);
+                NoteGap();
+            }
+        }
     }
-    return true;
+    const bool finished = m_writer.Finish();
+    m_output.EndReserve();
+    if (!finished) {
+        m_error = m_writer.Error();
+    }
+    return finished;
+}
+
+void Recording::NoteLoss(Track track, LossCause cause) {
+    const std::lock_guard lock(m_mutex);
+    LossCause& known = m_loss[static_cast<std::size_t>(IndexOf(track))];
+    // What follows from a loss is not what caused it.
+    if (known == LossCause::kAbsent) {
+        known = cause;
+    }
+}
+
+std::vector<Gap> Recording::TakeNewGaps() {
+    const std::lock_guard lock(m_mutex);
+    return std::exchange(m_newGaps, {});
+}
+
+std::int64_t Recording::Packets() const {
+    const std::lock_guard lock(m_mutex);
+    return m_timeline.Of(Track::kVideo).packets + m_timeline.Of(Track::kAudio).packets;
+}
+
+std::int64_t Recording::Repeated() const {
+    const std::lock_guard lock(m_mutex);
+    return m_timeline.Of(Track::kVideo).repeated + m_timeline.Of(Track::kAudio).repeated;
+}
+
+std::optional<std::int64_t> Recording::RecordingTime(std::int64_t decodeUs) const {
+    const std::lock_guard lock(m_mutex);
+    return m_writer.Begun() ? std::optional(decodeUs - m_timeline.OriginUs()) : std::nullopt;
 }
 
 Recording::Summary Recording::Snapshot() const {
@@ -187,6 +274,7 @@ Recording::Summary Recording::SnapshotLocked() const {
     summary.recordedMs = std::max(summary.tracks[0].endUs, summary.tracks[1].endUs) / 1000;
     summary.bytes = m_output.Size();
     summary.mediaBytes = m_mediaBytes;
+    summary.gaps = m_gaps;
     if (const AVCodecParameters* video = m_parameters[0].get()) {
         summary.seen[0] = true;
         summary.width = video->width;

@@ -7,6 +7,7 @@
 #pragma once
 
 #include <array>
+#include <atomic>
 #include <cstdint>
 #include <mutex>
 #include <optional>
@@ -43,6 +44,7 @@ class Recording {
         std::string audioCodec;
         int sampleRate = 0;
         int channels = 0;
+        std::vector<Gap> gaps{};  // in the order of their discovery; the first thousand
     };
 
     Recording(OutputFile& output, const Options& options)
@@ -50,7 +52,21 @@ class Recording {
 
     Result Add(Track track, DemuxedFragment&& fragment);
 
-    // Ends the file. False when that failed; further calls change nothing and answer true.
+    // Something of the track was lost at the place that has been reached: the cause of the gap that may follow.
+    void NoteLoss(Track track, LossCause cause);
+    // A segment could not be downloaded: that is why the next piece is missing of which nothing else is known.
+    // Never waits.
+    void NoteFailedDownload() { ++m_failedDownloads; }
+    // The gaps found since the last call.
+    std::vector<Gap> TakeNewGaps();
+    // How many packets were written, and how many were left out because they came a second time.
+    std::int64_t Packets() const;
+    std::int64_t Repeated() const;
+    // Microseconds of the recording at this decode time of the stream's; nothing before it began.
+    std::optional<std::int64_t> RecordingTime(std::int64_t decodeUs) const;
+
+    // Ends the file; media that was lost since the last packet of a track is a gap by then. False when that failed;
+    // further calls change nothing and answer true.
     bool Finish();
 
     Summary Snapshot() const;
@@ -67,6 +83,9 @@ class Recording {
     bool Begin();
     Result WriteFragment(Track track, DemuxedFragment& fragment);
     bool WritePacket(Track track, AVPacket& packet, AVRational timeBase);
+    bool HasRoomFor(const AVPacket& packet);
+    void NoteGap();
+    void BoundWaiting(std::vector<DemuxedFragment>& waiting);
 
     mutable std::mutex m_mutex;
     OutputFile& m_output;
@@ -75,6 +94,11 @@ class Recording {
     Timeline m_timeline;
     std::array<AvParametersPtr, kTracks> m_parameters;
     std::array<std::vector<DemuxedFragment>, kTracks> m_waiting;  // until the recording begins
+    std::array<LossCause, kTracks> m_loss{};                      // since the track's last packet
+    std::atomic<std::int64_t> m_failedDownloads = 0;              // not guarded
+    std::array<std::int64_t, kTracks> m_failuresExplained{};      // by gaps of the track
+    std::vector<Gap> m_gaps;
+    std::vector<Gap> m_newGaps;
     bool m_sawKeyFrame = false;
     bool m_finished = false;
     std::int64_t m_fileEndUs = 0;

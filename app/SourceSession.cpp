@@ -77,13 +77,17 @@ void SourceSession::AskForManifestAgain() {
     m_control->Backdoor(kBackdoorPreferDelaySegments, &count);
 }
 
+void SourceSession::EndReads() {
+    if (m_control) {
+        m_control->Backdoor(kBackdoorStop, nullptr);
+    }
+}
+
 void SourceSession::Close() {
     if (!m_filter) {
         return;
     }
-    if (m_control) {
-        m_control->Backdoor(kBackdoorStop, nullptr);
-    }
+    EndReads();
     m_filter->Stop();
     if (m_output) {
         m_output->Disconnect();

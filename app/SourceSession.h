@@ -43,6 +43,9 @@ class SourceSession {
     // loaded. A changed preferred delay is what wakes the manifest loader; a stream that plays is not moved by it.
     void AskForManifestAgain();
 
+    // Reads that wait end now, and later ones fail.
+    void EndReads();
+
     // Ends delivery and releases everything. May last as long as a transfer in progress; no event comes after it.
     void Close();
 

@@ -7,7 +7,9 @@
 
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstdint>
+#include <optional>
 #include <system_error>
 #include <utility>
 
@@ -46,7 +48,10 @@ StopSignals::~StopSignals() {
 }
 
 void StopSignals::Run() {
-    bool any = false;
+    // timeout(1) and shells signal a program and then the group that it is in: that is one wish, not two.
+    constexpr auto kEcho = std::chrono::milliseconds(250);
+    std::optional<std::uint32_t> last;
+    std::chrono::steady_clock::time_point lastTime;
     for (;;) {
         std::array<pollfd, 2> entries{pollfd{m_quit, POLLIN, 0}, pollfd{m_signals, POLLIN, 0}};
         if (::poll(entries.data(), entries.size(), -1) < 0 && errno != EINTR) {
@@ -57,8 +62,13 @@ void StopSignals::Run() {
         }
         signalfd_siginfo info{};
         if (::read(m_signals, &info, sizeof(info)) == sizeof(info)) {
-            (any ? m_again : m_first)(static_cast<int>(info.ssi_signo));
-            any = true;
+            const auto now = std::chrono::steady_clock::now();
+            if (last == info.ssi_signo && now - lastTime < kEcho) {
+                continue;
+            }
+            (last ? m_again : m_first)(static_cast<int>(info.ssi_signo));
+            last = info.ssi_signo;
+            lastTime = now;
         }
     }
 }

@@ -11,7 +11,8 @@ namespace kvmpd::app {
 
 class StopSignals {
   public:
-    // first: on the first signal; again: on every further one.
+    // first: on the first signal; again: on every further one, except the same signal once more within a quarter of a
+    // second.
     StopSignals(std::function<void(int signal)> first, std::function<void(int signal)> again);
     ~StopSignals();
     StopSignals(const StopSignals&) = delete;

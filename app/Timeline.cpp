@@ -5,7 +5,8 @@ namespace {
 
 // Durations are rounded to the track's clock, and a sound frame is some 20 ms: what is shorter is no loss.
 constexpr std::int64_t kSmallestGapUs = 100'000;
-// Sound and picture of a segment rarely end at the same instant; the last packet may be this far from the limit.
+// Sound and picture of a segment rarely begin or end at the same instant: by so much the tracks may differ at both ends
+// of the recording.
 constexpr std::int64_t kNearLimitUs = 150'000;
 
 }  // namespace
@@ -13,19 +14,20 @@ constexpr std::int64_t kNearLimitUs = 150'000;
 Timeline::Verdict Timeline::Admit(Track track, std::int64_t decodeUs, std::int64_t durationUs) {
     Entry& entry = m_tracks[static_cast<std::size_t>(IndexOf(track))];
     TrackState& state = entry.state;
+    m_lastGap.reset();
     if (state.packets > 0 && decodeUs <= entry.lastDecodeUs) {
         ++state.repeated;
         return Verdict::kRepeated;
     }
     const std::int64_t sinceOrigin = decodeUs - m_originUs;
     if (m_limitUs && sinceOrigin >= *m_limitUs) {
+        if (!state.atLimit) {
+            NoteGap(track, *m_limitUs, kNearLimitUs);
+        }
         state.atLimit = true;
         return Verdict::kBeyondLimit;
     }
-    if (state.packets > 0 && sinceOrigin - state.endUs >= kSmallestGapUs) {
-        ++state.gaps;
-        state.missingUs += sinceOrigin - state.endUs;
-    }
+    NoteGap(track, sinceOrigin, state.packets > 0 ? kSmallestGapUs : kNearLimitUs);
     ++state.packets;
     entry.lastDecodeUs = decodeUs;
     state.endUs = sinceOrigin + durationUs;
@@ -33,6 +35,23 @@ Timeline::Verdict Timeline::Admit(Track track, std::int64_t decodeUs, std::int64
         state.atLimit = true;
     }
     return Verdict::kWrite;
+}
+
+// From the end of what the track has; at first that is the recording's beginning.
+void Timeline::NoteGap(Track track, std::int64_t toUs, std::int64_t smallestUs) {
+    TrackState& state = m_tracks[static_cast<std::size_t>(IndexOf(track))].state;
+    if (toUs - state.endUs < smallestUs) {
+        return;
+    }
+    ++state.gaps;
+    state.missingUs += toUs - state.endUs;
+    m_lastGap = Gap{.track = track, .fromUs = state.endUs, .toUs = toUs};
+}
+
+void Timeline::EndTrack(Track track) {
+    m_lastGap.reset();
+    const Track other = track == Track::kVideo ? Track::kAudio : Track::kVideo;
+    NoteGap(track, Of(other).endUs, kNearLimitUs);
 }
 
 bool Timeline::LimitReached() const {

@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <optional>
 
-#include "app/AvTypes.h"
+#include "app/Gap.h"
 
 namespace kvmpd::app {
 
@@ -30,6 +30,11 @@ class Timeline {
     std::int64_t OriginUs() const { return m_originUs; }
 
     Verdict Admit(Track track, std::int64_t decodeUs, std::int64_t durationUs);
+    // The gap in front of the packet last given to Admit; its cause is for others to say.
+    const std::optional<Gap>& LastGap() const { return m_lastGap; }
+
+    // No more packets come. What the track lacks against the other one counts as a gap.
+    void EndTrack(Track track);
 
     // Both tracks have reached the end that was asked for, the second one as nearly as its packets allow.
     bool LimitReached() const;
@@ -50,7 +55,10 @@ class Timeline {
         std::int64_t lastDecodeUs = 0;
     };
 
+    void NoteGap(Track track, std::int64_t toUs, std::int64_t smallestUs);
+
     const std::optional<std::int64_t> m_limitUs;
+    std::optional<Gap> m_lastGap;
     std::int64_t m_originUs = 0;
     std::array<Entry, kTracks> m_tracks;
 };

@@ -15,8 +15,10 @@
 
 int main(int argc, char** argv) {
     using kvmpd::app::ExitCode;
-    // A reader that goes away shows as a failed write, which is answered where it happens.
+    // A reader that goes away, or a file that may grow no more, shows as a failed write, which is answered where it
+    // happens.
     std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);
 
     CLI::App app("kvmpd: live DASH streams on the command line");
     app.require_subcommand(1);

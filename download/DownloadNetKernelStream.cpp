@@ -2,16 +2,16 @@
 
 #include <cstring>
 #include <new>
-#include <stdexcept>
 
 #include "common/Log.h"
+#include "net/HttpLimits.h"
 
 namespace kvmpd {
 
 BOOL DownloadNetKernelStream::OnContentLength(std::uint64_t length) {
     try {
-        if (length > m_buffer.max_size()) {
-            throw std::bad_alloc();
+        if (length > kLargestBodyInMemory) {
+            throw std::bad_alloc();  // as much memory as this is not to be had for a body
         }
         m_buffer.resize(static_cast<size_t>(length));
     } catch (const std::bad_alloc&) {

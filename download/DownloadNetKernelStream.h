@@ -8,7 +8,9 @@
 namespace kvmpd {
 
 /// Receives a response's body into memory. The memory is allocated once, for the announced length or, without one, for
-/// an assumed length; a body that grows beyond it is refused. Serves one request on one thread.
+/// an assumed length; a body that grows beyond it is refused, and so is an announced length beyond kLargestBodyInMemory
+/// (then, as when memory runs out, the body counts as one without a length, and the engine fails it as cut short).
+/// Serves one request on one thread.
 class DownloadNetKernelStream final : public NetKernelContentStreamBase {
   public:
     /// What a body without announced length may at most have: 5 MiB.

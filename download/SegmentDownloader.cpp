@@ -134,6 +134,11 @@ bool SegmentDownloader::Step() {
         m_pStream.PushSegmentToCache(segment);
         return false;
     }
+    if (!m_pStream.IsWanted(*segment)) {
+        Log(5, L" SegmentDownloader::ThreadProc skip segment %lld of an earlier url", segment->m_segmentNumber);
+        TakeDiscard(*segment);  // a clear that meant this one must not hit the next
+        return true;
+    }
     try {
         Fetch(segment);
     } catch (const std::bad_alloc&) {

@@ -1,5 +1,6 @@
 // The worker that turns queued segments into cache files: audio first, then video, each with up to three attempts, then
 // the whole segment goes to the engine's cache. A segment that fails is dropped and reported; it is not tried again.
+// One that was queued for an earlier URL is dropped before it costs a transfer.
 //
 // Cache files are FOLDER\NUMBER.m4a and FOLDER\NUMBER.mp4. They are only ever created new, so a retry can succeed only
 // when the failed attempt wrote no byte; a partial file of a failed attempt stays.

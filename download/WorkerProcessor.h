@@ -26,7 +26,7 @@ class WorkerProcessor {
     /// Starts the thread if none runs. 0, also when one runs already; else the failure of thread creation as HRESULT.
     HRESULT StartThread();
 
-    /// Whether a thread exists: from a successful StartThread until the end of CloseThread. Any thread may ask.
+    /// Whether a thread exists, ended or not: from a successful StartThread until CloseThread. Any thread may ask.
     bool IsThreadRunning() const { return ThreadHandle() != nullptr; }
 
   protected:

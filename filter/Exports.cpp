@@ -1,7 +1,6 @@
-// What the library exports. The version script (KVMPDSrc.map) and the module definition file (win/KVMPDSrc.def) list
-// the same names; everything else in the library stays inside.
+// What the module exports, besides DllMain on Windows and KVMPDCreateInstance elsewhere: see the module definition file
+// (win/KVMPDSrc.def) and the version script (KVMPDSrc.map). Everything else stays inside.
 
-#include "common/ComPtr.h"
 #include "directshow/CClassFactory.h"
 #include "filter/KVMPDSrc.h"
 #include "filter/Module.h"
@@ -20,16 +19,4 @@ STDAPI DllRegisterServer() {
 
 STDAPI DllUnregisterServer() {
     return S_OK;
-}
-
-STDAPI KVMPDCreateInstance(REFCLSID rclsid, IUnknown* outer, REFIID riid, void** ppv) {
-    if (ppv == nullptr) {
-        return E_POINTER;
-    }
-    *ppv = nullptr;
-    kvmpd::ComPtr<IClassFactory> factory;
-    if (const HRESULT hr = DllGetClassObject(rclsid, IID_IClassFactory, factory.putVoid()); FAILED(hr)) {
-        return hr;
-    }
-    return factory->CreateInstance(outer, riid, ppv);
 }

@@ -1,4 +1,6 @@
-// The module: how a host gets at the source filter. These five functions are all that the library exports.
+// The module: how a host gets at the source filter. On Windows it is a COM server, which a host loads and asks for its
+// class factory; KVMPDCreateInstance is then compiled into the host (filter/CreateInstance.cpp). Elsewhere these five
+// functions are all that the library exports.
 
 #pragma once
 

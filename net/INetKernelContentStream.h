@@ -57,8 +57,9 @@ class INetKernelContentStream {
     virtual BOOL UseStreamBuffer() = 0;
     /// The area for the bytes from `offset` on and its size; a size of 0 ends the reading, a result of 0 fails it.
     virtual BOOL GetWriteBuffer(BYTE** area, DWORD offset, DWORD* size) = 0;
-    /// Whether the body goes to the file GetResponseFile. `length` is the announced length, `responsePath` and `buffer`
-    /// are the caller's.
+    /// Whether the body goes to the file GetResponseFile. `length` is the announced length, which the stream may
+    /// change; `responsePath` is the caller's. What the stream puts into `*buffer` (null so far) goes to the observer's
+    /// OnComplete, unless the body is received into memory; a request that fails leaves it to the stream.
     virtual BOOL UseResponseFile(std::uint64_t* length, const wchar_t* responsePath, BYTE** buffer) = 0;
     virtual std::wstring GetResponseFile() = 0;
 

@@ -15,8 +15,8 @@ class INetKernelProgress {
     virtual BOOL OnProgress(const char* stage, std::uint64_t done, std::uint64_t total) = 0;
 
     /// Called once after a request that succeeded. `buffer` is the body of a request that was received into memory by
-    /// the engine (allocated with new[]; it is the observer's from now on), null for the others; `length` is its size,
-    /// or without a buffer the announced length.
+    /// the engine (allocated with new[]; it is the observer's from now on); for the others it is what the stream's
+    /// UseResponseFile gave, or null. `length` is the body's size in memory, else the announced length.
     virtual void OnComplete(DWORD lastError, DWORD statusCode, BYTE* buffer, DWORD length) = 0;
 
   protected:

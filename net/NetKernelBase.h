@@ -50,6 +50,8 @@ class NetKernelBase : public INetKernelBase, private NetKernelDumper {
     DWORD Reserved9() override;
 
   private:
+    friend struct NetKernelBaseTestAccess;
+
     /// What the caller asked for, in the caller's text type.
     template <class Char>
     struct Request {
@@ -71,7 +73,10 @@ class NetKernelBase : public INetKernelBase, private NetKernelDumper {
         DWORD statusCode = 0;
         std::uint64_t contentLength = 0;
         DWORD lastError = 0;
-        std::unique_ptr<BYTE[]> buffer;
+        std::unique_ptr<BYTE[]> buffer;  // the body, when it was received into memory
+        BYTE* streamsBuffer = nullptr;   // what the stream put in its place; never freed here
+
+        BYTE* ForObserver() { return buffer ? buffer.release() : streamsBuffer; }
     };
 
     // The steps of a request. `Text` is what differs between the narrow and the wide twin: the text type, the platform

@@ -4,6 +4,7 @@
 #include <new>
 
 #include "common/Log.h"
+#include "net/HttpLimits.h"
 #include "net/NetKernelBase.h"
 #include "net/RequestText.h"
 
@@ -85,7 +86,7 @@ HRESULT NetKernelBase::OpenUrlW(const wchar_t* url, const wchar_t* verb, const w
 
 template <class Text>
 HRESULT NetKernelBase::Run(const Request<typename Text::Char>& request) {
-    Log(3, Text::kOpen, request.url);
+    Log(3, RequestLog<Text>::kOpen.text, request.url);
     m_bAbort = 0;
     if (request.responseFile != nullptr && std::wcslen(request.responseFile) > kLongestResponseFile) {
         Log(3, Text::kFileTooLong, std::wcslen(request.responseFile), request.responseFile);
@@ -93,18 +94,18 @@ HRESULT NetKernelBase::Run(const Request<typename Text::Char>& request) {
     Outcome outcome;
     bool success = SendUrlRequestImpl<Text>(request, outcome);
     if (!success) {
-        Log(3, Text::kSendFailed, request.url);
+        Log(3, RequestLog<Text>::kSendFailed.text, request.url);
     } else {
         success = ReceiveUrlDataImpl(outcome, request.responseFile, request.stream);
         if (!success) {
-            Log(3, Text::kReceiveFailed, request.url);
+            Log(3, RequestLog<Text>::kReceiveFailed.text, request.url);
         }
     }
     if (!success || m_bAbort != 0) {
         return E_FAIL;
     }
     if (m_pProgress != nullptr) {
-        m_pProgress->OnComplete(outcome.lastError, outcome.statusCode, outcome.buffer.release(),
+        m_pProgress->OnComplete(outcome.lastError, outcome.statusCode, outcome.ForObserver(),
                                 static_cast<DWORD>(outcome.contentLength));
     }
     return S_OK;
@@ -122,6 +123,11 @@ bool NetKernelBase::SendUrlRequestImpl(const Request<typename Text::Char>& reque
 
 template <class Text>
 bool NetKernelBase::SendAndQuery(const Request<typename Text::Char>& request, Outcome& outcome) {
+    if (request.url.size() > kLongestUrl) {
+        Log(3, RequestLog<Text>::kUrlTooLong.text, request.url.size());
+        SetLastError(ERROR_INTERNET_INVALID_URL);
+        return false;
+    }
     // A URL without a known scheme has no host either and fails when it is to be connected to.
     const UrlParts<typename Text::Char> url = SplitUrl(std::basic_string_view<typename Text::Char>(request.url));
     const typename Text::String verb = VerbFor<Text>(request.verb, request.HasPostData());
@@ -145,13 +151,13 @@ bool NetKernelBase::SendAndQuery(const Request<typename Text::Char>& request, Ou
         countsAsSent = true;
     } else if (!SendHttpReq<Text>(proxyInUse, headers, outcome.statusCode)) {
         // Whether there is a response after all is for the queries below to say.
-        Log(3, Text::kPlainSendFailed, GetLastError());
+        Log(3, RequestLog<Text>::kPlainSendFailed.text, GetLastError());
     }
 
     std::string contentType;
     const bool answered = QueryResponseInfo(outcome, contentType, request.stream);
     if (!answered) {
-        Log(3, Text::kQueryFailed);
+        Log(3, RequestLog<Text>::kQueryFailed.text);
     }
     return countsAsSent || answered;
 }
@@ -163,18 +169,18 @@ bool NetKernelBase::PrepareConnection(const typename Text::String& verb, const U
     }
     m_hSession.reset(Text::Open());
     if (!m_hSession) {
-        Log(3, Text::kInternetOpenFailed, GetLastError());
+        Log(3, RequestLog<Text>::kInternetOpenFailed.text, GetLastError());
         return false;
     }
     m_hConnect.reset(Text::Connect(m_hSession.get(), url.host, url.port));
     if (!m_hConnect) {
-        Log(3, Text::kInternetConnectFailed, GetLastError());
+        Log(3, RequestLog<Text>::kInternetConnectFailed.text, GetLastError());
         return false;
     }
     const DWORD flags = url.secure ? kRequestFlags | INTERNET_FLAG_SECURE : kRequestFlags;
     m_hRequest.reset(Text::OpenRequest(m_hConnect.get(), verb, url.path, flags));
     if (!m_hRequest) {
-        Log(3, Text::kHttpOpenRequestFailed, GetLastError());
+        Log(3, RequestLog<Text>::kHttpOpenRequestFailed.text, GetLastError());
         return false;
     }
     return true;
@@ -186,7 +192,7 @@ bool NetKernelBase::ChooseProxy(const Request<typename Text::Char>& request, boo
     if (request.disableProxy) {
         info.dwAccessType = INTERNET_OPEN_TYPE_DIRECT;
         const BOOL success = InternetSetOptionW(m_hSession.get(), INTERNET_OPTION_PROXY, &info, sizeof(info));
-        Log(4, Text::kDisableProxy, TrueOrFalse(success));
+        Log(4, RequestLog<Text>::kDisableProxy.text, TrueOrFalse(success));
     } else if (IsGiven(request.proxy)) {
         info.dwAccessType = INTERNET_OPEN_TYPE_PROXY;
         info.lpszProxy = request.proxy;
@@ -205,7 +211,7 @@ void NetKernelBase::SetTimeOuts() {
     if (m_nSendTimeout != 0) {
         DWORD send = m_nSendTimeout;
         const BOOL success = InternetSetOptionW(m_hRequest.get(), INTERNET_OPTION_SEND_TIMEOUT, &send, sizeof(send));
-        Log(4, Text::kSendTimeout, m_nSendTimeout, TrueOrFalse(success));
+        Log(4, RequestLog<Text>::kSendTimeout.text, m_nSendTimeout, TrueOrFalse(success));
     }
 }
 
@@ -213,11 +219,11 @@ template <class Text>
 bool NetKernelBase::SendPostData(const Request<typename Text::Char>& request, const typename Text::String& headers) {
     typename Text::Buffers head = HeadOf<Text>(headers, request.postLength);
     if (Text::SendHead(m_hRequest.get(), head) == 0) {
-        Log(3, Text::kSendRequestExFailed, GetLastError());
+        Log(3, RequestLog<Text>::kSendRequestExFailed.text, GetLastError());
         return false;
     }
     if (!WritePostData(request.postData, request.postLength)) {
-        Log(3, Text::kWriteFailed);
+        Log(3, RequestLog<Text>::kWriteFailed.text);
         return false;
     }
     return EndRequest<Text>();
@@ -227,32 +233,32 @@ template <class Text>
 bool NetKernelBase::SendUploadStream(INetKernelContentStream& stream, const typename Text::String& headers) {
     const DWORD length = stream.GetUploadLength();
     if (length == 0) {
-        Log(3, Text::kUploadWithoutLength);
+        Log(3, RequestLog<Text>::kUploadWithoutLength.text);
         return false;
     }
     typename Text::Buffers head = HeadOf<Text>(headers, length);
     if (Text::SendHead(m_hRequest.get(), head) == 0) {
-        Log(3, Text::kUploadSendFailed, GetLastError());
+        Log(3, RequestLog<Text>::kUploadSendFailed.text, GetLastError());
         return false;
     }
-    Log(3, Text::kUploadLength, length);
+    Log(3, RequestLog<Text>::kUploadLength.text, length);
     if (!WriteStreamContent(stream, length)) {
-        Log(3, Text::kUploadFailed);
+        Log(3, RequestLog<Text>::kUploadFailed.text);
         return false;
     }
-    Log(3, Text::kUploadWritten);
+    Log(3, RequestLog<Text>::kUploadWritten.text);
     if (!EndRequest<Text>()) {
         return false;
     }
-    Log(3, Text::kUploadEnded);
-    Log(3, Text::kUploadSent);
+    Log(3, RequestLog<Text>::kUploadEnded.text);
+    Log(3, RequestLog<Text>::kUploadSent.text);
     return true;
 }
 
 template <class Text>
 bool NetKernelBase::EndRequest() {
     if (HttpEndRequestW(m_hRequest.get(), /*buffersOut=*/nullptr, /*flags=*/0, /*context=*/0) == 0) {
-        Log(3, Text::kEndRequestFailed, GetLastError());
+        Log(3, RequestLog<Text>::kEndRequestFailed.text, GetLastError());
         return false;
     }
     return true;
@@ -270,13 +276,13 @@ bool NetKernelBase::SendHttpReq(bool proxyInUse, const typename Text::String& he
 template <class Text>
 bool NetKernelBase::ErrorDialogAllows() {
     const DWORD lastError = GetLastError();
-    Log(3, Text::kUseProxy, GetCurrentThreadId());
-    Log(3, Text::kBeforeDialog, lastError);
+    Log(3, RequestLog<Text>::kUseProxy.text, GetCurrentThreadId());
+    Log(3, RequestLog<Text>::kBeforeDialog.text, lastError);
     const DWORD answer = InternetErrorDlg(
         m_hParentWnd, m_hRequest.get(), lastError,
         FLAGS_ERROR_UI_FILTER_FOR_ERRORS | FLAGS_ERROR_UI_FLAGS_CHANGE_OPTIONS | FLAGS_ERROR_UI_FLAGS_GENERATE_DATA,
         nullptr);
-    Log(3, Text::kDialogResult, answer);
+    Log(3, RequestLog<Text>::kDialogResult.text, answer);
     return answer == ERROR_SUCCESS || answer == ERROR_INTERNET_FORCE_RETRY;
 }
 

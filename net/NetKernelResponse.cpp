@@ -2,11 +2,10 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
-#include <limits>
-#include <new>
 #include <vector>
 
 #include "common/Log.h"
+#include "net/HttpLimits.h"
 #include "net/NetKernelBase.h"
 
 namespace kvmpd {
@@ -143,8 +142,7 @@ bool NetKernelBase::ReceiveOnePath(Outcome& outcome, const wchar_t* responseFile
         return ReceiveResponseToFile(outcome.contentLength, responseFile);
     }
     if (stream != nullptr) {
-        BYTE* buffer = outcome.buffer.get();
-        if (stream->UseResponseFile(&outcome.contentLength, responseFile, &buffer) != 0) {
+        if (stream->UseResponseFile(&outcome.contentLength, responseFile, &outcome.streamsBuffer) != 0) {
             return ReceiveResponseToFile(outcome.contentLength, stream->GetResponseFile());
         }
         if (stream->UseStreamBuffer() != 0) {
@@ -233,8 +231,9 @@ bool NetKernelBase::ReceiveResponseToFile(std::uint64_t length, const std::wstri
 
 bool NetKernelBase::ReceiveResponseToBuffer(Outcome& outcome) {
     const std::uint64_t length = outcome.contentLength;
-    if (length >= static_cast<std::uint64_t>(std::numeric_limits<std::ptrdiff_t>::max())) {
-        throw std::bad_alloc();  // no object can be that large
+    if (length > kLargestBodyInMemory) {
+        Log(3, L"[Error] NetKernelBase::ReceiveResponseToBuffer announced length is too large: %llu", length);
+        return false;
     }
     const size_t size = length == 0 ? kBufferWithoutLength : static_cast<size_t>(length) + 1;
     outcome.buffer = NewBuffer(size);

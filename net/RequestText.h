@@ -2,6 +2,8 @@
 // the names under which the two log the same events.
 #pragma once
 
+#include <algorithm>
+#include <iterator>
 #include <string>
 
 #include "net/INetKernelContentStream.h"
@@ -39,47 +41,10 @@ struct NarrowText {
         return stream.GetRequestHeaders(host, path);
     }
 
-    static constexpr wchar_t kOpen[] = L" NetKernelBase::OpenUrl open URL: %s";
+    /// What the twin adds to the names of its methods in the log.
+    static constexpr wchar_t kTwin[] = L"";
     static constexpr wchar_t kFileTooLong[] =
         L"[Error] NetKernelBase::OpenUrl  Response file length too long (%d): '%s' ";
-    static constexpr wchar_t kSendFailed[] = L"[Error] NetKernelBase::OpenUrl Fail to send URL request: %s";
-    static constexpr wchar_t kReceiveFailed[] = L"[Error] NetKernelBase::OpenUrl Fail to receive URL request: %s";
-
-    static constexpr wchar_t kInternetOpenFailed[] =
-        L"[Error] NetKernelBase::PrepareConnection InternetOpen failed, last error: %lu";
-    static constexpr wchar_t kInternetConnectFailed[] =
-        L"[Error] NetKernelBase::PrepareConnection InternetConnect failed, last error: %lu";
-    static constexpr wchar_t kHttpOpenRequestFailed[] =
-        L"[Error] NetKernelBase::PrepareConnection HttpOpenRequest failed, last error: %lu";
-
-    static constexpr wchar_t kDisableProxy[] = L" NetKernelBase::SendUrlRequestImpl Disable proxy. Success: %s";
-    static constexpr wchar_t kSendTimeout[] =
-        L" NetKernelBase::SendUrlRequestImpl Set send timeout to: %lu Success: %s";
-    static constexpr wchar_t kSendRequestExFailed[] =
-        L"[Error] NetKernelBase::SendUrlRequestImpl HttpSendRequestEx failed, last error: %lu";
-    static constexpr wchar_t kWriteFailed[] = L"[Error] NetKernelBase::SendUrlRequestImpl Write content failed.";
-    static constexpr wchar_t kEndRequestFailed[] =
-        L"[Error] NetKernelBase::SendUrlRequestImpl HttpEndRequest failed, last error: %lu";
-    static constexpr wchar_t kUploadWithoutLength[] =
-        L"[Error] NetKernelBase::SendUrlRequestImpl Has upload stream but return 0 content length, should be error.";
-    static constexpr wchar_t kUploadSendFailed[] =
-        L"[Error] NetKernelBase::SendUrlRequestImpl HttpSendRequestExA failed, last error: %lu";
-    static constexpr wchar_t kUploadLength[] =
-        L" NetKernelBase::SendUrlRequestImpl Send request with Content-Length: %lu";
-    static constexpr wchar_t kUploadFailed[] =
-        L"[Error] NetKernelBase::SendUrlRequestImpl Write stream content failed.";
-    static constexpr wchar_t kUploadWritten[] = L" NetKernelBase::SendUrlRequestImpl Write stream content success.";
-    static constexpr wchar_t kUploadEnded[] = L" NetKernelBase::SendUrlRequestImpl HttpEndRequest success";
-    static constexpr wchar_t kUploadSent[] = L" NetKernelBase::SendUrlRequestImpl Send multi-part request success end.";
-    static constexpr wchar_t kPlainSendFailed[] =
-        L"[Error] NetKernelBase::SendUrlRequestImpl SendHttpReq failed, last error: %lu";
-    static constexpr wchar_t kQueryFailed[] = L"[Error] NetKernelBase::SendUrlRequestImpl QueryResponseInfo failed.";
-
-    static constexpr wchar_t kUseProxy[] =
-        L" NetKernelBase::SendHttpReq PyNetKernel::SendHttpReq Use proxy in thread: %lu";
-    static constexpr wchar_t kBeforeDialog[] =
-        L" NetKernelBase::SendHttpReq Last error before internet error dialog: 0x%08X";
-    static constexpr wchar_t kDialogResult[] = L" NetKernelBase::SendHttpReq InternetErrorDlg result: 0x%08X";
 };
 
 struct WideText {
@@ -112,49 +77,78 @@ struct WideText {
         return stream.GetRequestHeadersW(host, path);
     }
 
-    static constexpr wchar_t kOpen[] = L" NetKernelBase::OpenUrlW open URL: %s";
+    static constexpr wchar_t kTwin[] = L"W";
     static constexpr wchar_t kFileTooLong[] =
         L"[Error] NetKernelBase::OpenUrlW [NetKernelBase][Error] NetKernelBase::OpenUrlW Response file length too long "
         L"(%d): '%s' ";
-    static constexpr wchar_t kSendFailed[] = L"[Error] NetKernelBase::OpenUrlW Fail to send URL request: %s";
-    static constexpr wchar_t kReceiveFailed[] = L"[Error] NetKernelBase::OpenUrlW Fail to receive URL request: %s";
+};
 
-    static constexpr wchar_t kInternetOpenFailed[] =
-        L"[Error] NetKernelBase::PrepareConnectionW InternetOpen failed, last error: %lu";
-    static constexpr wchar_t kInternetConnectFailed[] =
-        L"[Error] NetKernelBase::PrepareConnectionW InternetConnect failed, last error: %lu";
-    static constexpr wchar_t kHttpOpenRequestFailed[] =
-        L"[Error] NetKernelBase::PrepareConnectionW HttpOpenRequest failed, last error: %lu";
+/// A log text put together when it is compiled.
+template <size_t Length>
+struct JoinedText {
+    wchar_t text[Length] = {};
+};
 
-    static constexpr wchar_t kDisableProxy[] = L" NetKernelBase::SendUrlRequestImplW Disable proxy. Success: %s";
-    static constexpr wchar_t kSendTimeout[] =
-        L" NetKernelBase::SendUrlRequestImplW Set send timeout to: %lu Success: %s";
-    static constexpr wchar_t kSendRequestExFailed[] =
-        L"[Error] NetKernelBase::SendUrlRequestImplW HttpSendRequestEx failed, last error: %lu";
-    static constexpr wchar_t kWriteFailed[] = L"[Error] NetKernelBase::SendUrlRequestImplW Write content failed.";
-    static constexpr wchar_t kEndRequestFailed[] =
-        L"[Error] NetKernelBase::SendUrlRequestImplW HttpEndRequest failed, last error: %lu";
-    static constexpr wchar_t kUploadWithoutLength[] =
-        L"[Error] NetKernelBase::SendUrlRequestImplW Has upload stream but return 0 content length, should be error.";
-    static constexpr wchar_t kUploadSendFailed[] =
-        L"[Error] NetKernelBase::SendUrlRequestImplW HttpSendRequestExA failed, last error: %lu";
-    static constexpr wchar_t kUploadLength[] =
-        L" NetKernelBase::SendUrlRequestImplW Send request with Content-Length: %lu";
-    static constexpr wchar_t kUploadFailed[] =
-        L"[Error] NetKernelBase::SendUrlRequestImplW Write stream content failed.";
-    static constexpr wchar_t kUploadWritten[] = L" NetKernelBase::SendUrlRequestImplW Write stream content success.";
-    static constexpr wchar_t kUploadEnded[] = L" NetKernelBase::SendUrlRequestImplW HttpEndRequest success";
-    static constexpr wchar_t kUploadSent[] =
-        L" NetKernelBase::SendUrlRequestImplW Send multi-part request success end.";
-    static constexpr wchar_t kPlainSendFailed[] =
-        L"[Error] NetKernelBase::SendUrlRequestImplW SendHttpReq failed, last error: %lu";
-    static constexpr wchar_t kQueryFailed[] = L"[Error] NetKernelBase::SendUrlRequestImplW QueryResponseInfo failed.";
+/// A method's name as a twin writes it, and what follows.
+template <class Text, size_t Method, size_t Rest>
+constexpr auto OfTwin(const wchar_t (&method)[Method], const wchar_t (&rest)[Rest]) {
+    JoinedText<(Method - 1) + (std::size(Text::kTwin) - 1) + Rest> joined;
+    wchar_t* end = std::copy_n(method, Method - 1, joined.text);
+    end = std::copy_n(Text::kTwin, std::size(Text::kTwin) - 1, end);
+    std::copy_n(rest, Rest, end);
+    return joined;
+}
 
-    static constexpr wchar_t kUseProxy[] =
-        L" NetKernelBase::SendHttpReqW PyNetKernel::SendHttpReq Use proxy in thread: %lu";
-    static constexpr wchar_t kBeforeDialog[] =
-        L" NetKernelBase::SendHttpReqW Last error before internet error dialog: 0x%08X";
-    static constexpr wchar_t kDialogResult[] = L" NetKernelBase::SendHttpReqW InternetErrorDlg result: 0x%08X";
+template <class Text>
+struct RequestLog {
+    static constexpr auto kOpen = OfTwin<Text>(L" NetKernelBase::OpenUrl", L" open URL: %s");
+    static constexpr auto kUrlTooLong =
+        OfTwin<Text>(L"[Error] NetKernelBase::SendUrlRequestImpl", L" URL is too long: %llu characters");
+    static constexpr auto kSendFailed =
+        OfTwin<Text>(L"[Error] NetKernelBase::OpenUrl", L" Fail to send URL request: %s");
+    static constexpr auto kReceiveFailed =
+        OfTwin<Text>(L"[Error] NetKernelBase::OpenUrl", L" Fail to receive URL request: %s");
+    static constexpr auto kInternetOpenFailed =
+        OfTwin<Text>(L"[Error] NetKernelBase::PrepareConnection", L" InternetOpen failed, last error: %lu");
+    static constexpr auto kInternetConnectFailed =
+        OfTwin<Text>(L"[Error] NetKernelBase::PrepareConnection", L" InternetConnect failed, last error: %lu");
+    static constexpr auto kHttpOpenRequestFailed =
+        OfTwin<Text>(L"[Error] NetKernelBase::PrepareConnection", L" HttpOpenRequest failed, last error: %lu");
+    static constexpr auto kDisableProxy =
+        OfTwin<Text>(L" NetKernelBase::SendUrlRequestImpl", L" Disable proxy. Success: %s");
+    static constexpr auto kSendTimeout =
+        OfTwin<Text>(L" NetKernelBase::SendUrlRequestImpl", L" Set send timeout to: %lu Success: %s");
+    static constexpr auto kSendRequestExFailed =
+        OfTwin<Text>(L"[Error] NetKernelBase::SendUrlRequestImpl", L" HttpSendRequestEx failed, last error: %lu");
+    static constexpr auto kWriteFailed =
+        OfTwin<Text>(L"[Error] NetKernelBase::SendUrlRequestImpl", L" Write content failed.");
+    static constexpr auto kEndRequestFailed =
+        OfTwin<Text>(L"[Error] NetKernelBase::SendUrlRequestImpl", L" HttpEndRequest failed, last error: %lu");
+    static constexpr auto kUploadWithoutLength =
+        OfTwin<Text>(L"[Error] NetKernelBase::SendUrlRequestImpl",
+                     L" Has upload stream but return 0 content length, should be error.");
+    static constexpr auto kUploadSendFailed =
+        OfTwin<Text>(L"[Error] NetKernelBase::SendUrlRequestImpl", L" HttpSendRequestExA failed, last error: %lu");
+    static constexpr auto kUploadLength =
+        OfTwin<Text>(L" NetKernelBase::SendUrlRequestImpl", L" Send request with Content-Length: %lu");
+    static constexpr auto kUploadFailed =
+        OfTwin<Text>(L"[Error] NetKernelBase::SendUrlRequestImpl", L" Write stream content failed.");
+    static constexpr auto kUploadWritten =
+        OfTwin<Text>(L" NetKernelBase::SendUrlRequestImpl", L" Write stream content success.");
+    static constexpr auto kUploadEnded =
+        OfTwin<Text>(L" NetKernelBase::SendUrlRequestImpl", L" HttpEndRequest success");
+    static constexpr auto kUploadSent =
+        OfTwin<Text>(L" NetKernelBase::SendUrlRequestImpl", L" Send multi-part request success end.");
+    static constexpr auto kPlainSendFailed =
+        OfTwin<Text>(L"[Error] NetKernelBase::SendUrlRequestImpl", L" SendHttpReq failed, last error: %lu");
+    static constexpr auto kQueryFailed =
+        OfTwin<Text>(L"[Error] NetKernelBase::SendUrlRequestImpl", L" QueryResponseInfo failed.");
+    static constexpr auto kUseProxy =
+        OfTwin<Text>(L" NetKernelBase::SendHttpReq", L" PyNetKernel::SendHttpReq Use proxy in thread: %lu");
+    static constexpr auto kBeforeDialog =
+        OfTwin<Text>(L" NetKernelBase::SendHttpReq", L" Last error before internet error dialog: 0x%08X");
+    static constexpr auto kDialogResult =
+        OfTwin<Text>(L" NetKernelBase::SendHttpReq", L" InternetErrorDlg result: 0x%08X");
 };
 
 }  // namespace kvmpd

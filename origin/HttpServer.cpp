@@ -1,14 +1,9 @@
 #include "origin/HttpServer.h"
 
-#include <arpa/inet.h>
-#include <netinet/tcp.h>
-#include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <array>
-#include <cerrno>
+
+#include "origin/SocketCalls.h"
 
 namespace kvmpd::origin {
 
@@ -18,17 +13,8 @@ constexpr int kReadLimitMs = 10'000;
 constexpr int kWriteLimitMs = 30'000;
 constexpr int kKeepAliveMs = 15'000;
 
-bool WaitFor(socket_t socket, short events, int limitMs) {
-    pollfd entry{socket, events, 0};
-    int ready = 0;
-    do {
-        ready = poll(&entry, 1, limitMs);
-    } while (ready < 0 && errno == EINTR);
-    return ready > 0;
-}
-
-using NameCall = int (*)(int, sockaddr*, socklen_t*);
-
+// httplib.h brings the system's socket headers.
+template <class NameCall>
 void Describe(NameCall call, socket_t socket, std::string& ip, int& port) {
     sockaddr_storage address{};
     socklen_t length = sizeof(address);
@@ -56,14 +42,14 @@ class SocketStream final : public httplib::Stream {
     bool HasBuffered() const { return begin_ < end_; }
 
     // httplib::Stream
-    bool is_readable() const override { return HasBuffered() || WaitFor(socket_, POLLIN, kReadLimitMs); }
-    bool is_writable() const override { return WaitFor(socket_, POLLOUT, kWriteLimitMs); }
+    bool is_readable() const override { return HasBuffered() || WaitReadable(socket_, kReadLimitMs); }
+    bool is_writable() const override { return WaitWritable(socket_, kWriteLimitMs); }
     ssize_t read(char* data, size_t size) override {
         if (!HasBuffered()) {
             if (!is_readable()) {
                 return -1;
             }
-            const ssize_t got = recv(socket_, buffer_.data(), buffer_.size(), 0);
+            const ssize_t got = ReceiveSome(socket_, buffer_.data(), buffer_.size());
             if (got <= 0) {
                 return got;
             }
@@ -79,9 +65,7 @@ class SocketStream final : public httplib::Stream {
         if (!is_writable()) {
             return -1;
         }
-        // Without MSG_DONTWAIT a client that does not read would hold its thread in here past the limit.
-        const ssize_t sent = send(socket_, data, size, MSG_NOSIGNAL | MSG_DONTWAIT);
-        return sent < 0 && errno == EAGAIN ? 0 : sent;
+        return SendSome(socket_, data, size);
     }
     void get_remote_ip_and_port(std::string& ip, int& port) const override { Describe(getpeername, socket_, ip, port); }
     void get_local_ip_and_port(std::string& ip, int& port) const override { Describe(getsockname, socket_, ip, port); }
@@ -100,17 +84,16 @@ void StoppableServer::CloseConnections() {
     const std::lock_guard lock(mutex_);
     closing_ = true;
     for (const socket_t socket : open_) {
-        shutdown(socket, SHUT_RDWR);
+        ShutDown(socket);
     }
 }
 
 bool StoppableServer::process_and_close_socket(socket_t socket) {
-    const int on = 1;
-    setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on));
+    Prepare(socket);
     bool answered = Register(socket);
     SocketStream stream(socket);
     bool closed = !answered;
-    while (!closed && (stream.HasBuffered() || WaitFor(socket, POLLIN, kKeepAliveMs))) {
+    while (!closed && (stream.HasBuffered() || WaitReadable(socket, kKeepAliveMs))) {
         answered = process_request(stream, /*close_connection=*/false, closed, nullptr);
         closed = closed || !answered;
     }
@@ -129,8 +112,8 @@ bool StoppableServer::Register(socket_t socket) {
 void StoppableServer::CloseAndForget(socket_t socket) {
     const std::lock_guard lock(mutex_);
     open_.erase(socket);
-    shutdown(socket, SHUT_RDWR);
-    close(socket);
+    ShutDown(socket);
+    Close(socket);
 }
 
 }  // namespace kvmpd::origin

@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "origin/HttpServer.h"
+#include "origin/SocketCalls.h"
 
 namespace kvmpd::origin {
 
@@ -107,12 +108,7 @@ LiveOrigin::~LiveOrigin() {
 void LiveOrigin::Start() {
     server_ = std::make_unique<StoppableServer>();
     server_->new_task_queue = [this] { return new httplib::ThreadPool(options_.connections); };
-    // SO_REUSEADDR only: the library's own default also sets SO_REUSEPORT, with which a second origin on the same port
-    // would start and take some of the first one's requests instead of failing.
-    server_->set_socket_options([](socket_t socket) {
-        const int on = 1;
-        setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on));
-    });
+    server_->set_socket_options(PrepareListener);
     server_->set_default_headers({{"Cache-Control", "no-cache"}, {"Access-Control-Allow-Origin", "*"}});
     // Answers everything: the library's routes are regular expressions, which long base URLs are too long for.
     server_->set_pre_routing_handler([this](const httplib::Request& in, httplib::Response& out) {

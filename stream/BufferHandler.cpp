@@ -112,6 +112,12 @@ void BufferHandler::Clear() {
     m_llLastAccessPos = 0;
 }
 
+void BufferHandler::CloseFailedFile() {
+    if (m_pRing) {
+        m_pRing->CloseFailedFile();
+    }
+}
+
 void BufferHandler::StartAt(LONGLONG position) {
     m_llStartPos = position;
     m_llEndPos = position;

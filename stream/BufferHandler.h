@@ -1,6 +1,7 @@
 // Puts stream positions on a ring buffer: which bytes of the video or audio byte stream the ring holds. Reads are by
-// position and consume nothing; a write that does not fit frees space, at most up to the reader's last access. Not
-// locked: the engine's buffer lock covers every call.
+// position and consume nothing. A write that does not fit frees space: what lies before the reader's last access, or,
+// when the reader has gone back to before the ring's first byte, as much as the write wants. Not locked: the engine's
+// buffer lock covers every call.
 #pragma once
 
 #include <memory>
@@ -32,6 +33,9 @@ class BufferHandler {
 
     /// Empties the ring; all positions become 0.
     void Clear();
+
+    /// Lets go of the file whose read failed last, so that it can be deleted.
+    void CloseFailedFile();
 
     /// Lets an empty ring begin at stream position `position`.
     void StartAt(LONGLONG position);

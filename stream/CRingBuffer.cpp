@@ -119,7 +119,7 @@ bool CRingBuffer::ReadIntoArray(HANDLE file, DWORD request, DWORD& got) {
 }
 
 HRESULT CRingBuffer::WriteBinaryFromFile(const std::wstring& fileName, LONGLONG fileOffset, DWORD count) {
-    m_failedFile.reset();
+    CloseFailedFile();
     if (count > Free()) {
         return E_FAIL;
     }
@@ -165,6 +165,7 @@ HRESULT CRingBuffer::WriteBinaryFromFile(const std::wstring& fileName, LONGLONG 
 
 void CRingBuffer::Clear() {
     Log(6, L" CRingBuffer::Clear ");
+    CloseFailedFile();
     m_iReadPtr = 0;
     m_iWritePtr = 0;
     if (m_pBuffer) {

@@ -36,8 +36,11 @@ class CRingBuffer {
     DWORD Free() const;
     bool HasArray() const { return m_pBuffer != nullptr; }
 
-    /// Forgets the content and zeroes the array.
+    /// Forgets the content and zeroes the array; closes the file of a failed read.
     void Clear();
+
+    /// Lets go of the file of a failed read. For who is about to delete it: Windows deletes no file that is open.
+    void CloseFailedFile() { m_failedFile.reset(); }
 
   private:
     friend struct CRingBufferTestAccess;
@@ -50,15 +53,15 @@ class CRingBuffer {
     bool ReadIntoArray(HANDLE file, DWORD request, DWORD& got);
 
     Array m_pBuffer;
-    /// A second array of the same size that nothing reads or writes, kept deliberately. The system gives untouched zeroed
-    /// pages no memory.
+    /// A second array of the same size that nothing reads or writes, kept deliberately. The system gives untouched
+    /// zeroed pages no memory.
     Array m_pSpare;
     DWORD m_iReadPtr = 0;   // index of the oldest unread byte; may equal m_nBufSize
     DWORD m_iWritePtr = 0;  // index where the next byte goes
     DWORD m_nBufSize = 0;
     DWORD m_highWater = 0;  // indexes at or above were never written since they were zeroed
     /// The file of the last failed read deliberately stays open, but only until the next write, so that a
-    /// failure that repeats never holds more than one.
+    /// failure that repeats never holds more than one, or until the file is to be deleted.
     UniqueFile m_failedFile;
 };
 

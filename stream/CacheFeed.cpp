@@ -57,7 +57,8 @@ DWORD KVMPDStream::ReadSegmentCacheToBuffer() {
     return 0;
 }
 
-/// Copies what fits of the segment's video; false when nothing did and the reader has to make room first.
+/// Copies what fits of the segment's video; false when nothing was copied: there was no room, or the file could not be
+/// read.
 bool KVMPDStream::FeedVideo(const Segment& segment) {
     DWORD count = 0;
     const HRESULT result = m_videoBuffer.WriteBinaryFromFile(segment.m_videoFile, m_llVideoWritten,
@@ -100,8 +101,9 @@ bool KVMPDStream::FeedAudio(const Segment& segment) {
     return true;
 }
 
-/// The rings are full of bytes not yet read: the thread sleeps until a read or a reset. A close that had signalled the
-/// event just before must not be forgotten by resetting it.
+/// A ring is full of bytes not yet read, or a file could not be read: the thread sleeps until a read, which may have
+/// made room and is the moment for another attempt, or a reset. A close that had signalled the event just before must
+/// not be forgotten by resetting it.
 void KVMPDStream::WaitForReader() {
     ResetEvent(m_hBufferEvent.get());
     if (m_bClosing.load()) {

@@ -326,6 +326,11 @@ HRESULT KVMPDStream::CloseThread() {
     return WorkerProcessor::CloseThread();
 }
 
+/// Whether the segment comes from the URL that is loaded now; one made by hand always does.
+bool KVMPDStream::IsWanted(const Segment& segment) {
+    return segment.m_generation == 0 || segment.m_generation == m_pLoader->Generation();
+}
+
 void KVMPDStream::OnSegmentFailed() {
     if (m_eventHandler.HasCallback()) {
         m_eventHandler.OnStreamDwordEvent(kEventDownloadFailed, 0, 0);

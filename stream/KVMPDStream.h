@@ -115,7 +115,7 @@ class KVMPDStream : public CAsyncStream, public WorkerProcessor, private LoaderO
 
     // The feed and the read path.
 
-    /// Copies cached files into the buffers until they are full or everything is copied. 0.
+    /// Copies cached files into the buffers until these are full, a file cannot be read, or everything is copied. 0.
     DWORD ReadSegmentCacheToBuffer();
     /// S_OK; S_FALSE: not cached yet; E_ACCESSDENIED: released already; E_FAIL.
     HRESULT ReadBuffer(BYTE* buffer, DWORD length);
@@ -130,6 +130,7 @@ class KVMPDStream : public CAsyncStream, public WorkerProcessor, private LoaderO
   private:
     friend struct KVMPDStreamTestAccess;
 
+    bool IsWanted(const Segment& segment) override;
     void OnSegmentFailed() override;
     void BeginClosing();
     void ClearDownloader();
@@ -142,6 +143,7 @@ class KVMPDStream : public CAsyncStream, public WorkerProcessor, private LoaderO
     bool AppendSegment(const std::shared_ptr<Segment>& segment) REQUIRES(m_csCache);
     bool TrimCache(bool paused) REQUIRES(m_csCache);
     void ReleaseOldest() REQUIRES(m_csCache);
+    void CloseFailedFiles() REQUIRES(m_csCache);
     void SendLoaderBackTo(LONGLONG segmentNumber) REQUIRES(m_csCache);
     bool FilterIsPaused() const;
     void WaitWhileCacheIsFull(bool paused);

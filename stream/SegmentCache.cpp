@@ -49,7 +49,7 @@ bool KVMPDStream::AppendSegment(const std::shared_ptr<Segment>& segment) {
     if (m_pDownloader->TakeDiscard(*segment)) {
         return false;
     }
-    if (segment->m_generation != 0 && segment->m_generation != m_pLoader->Generation()) {
+    if (!IsWanted(*segment)) {
         Log(5, L" KVMPDStream::PushSegmentToCache drop segment %lld of an earlier url", segment->m_segmentNumber);
         return false;
     }
@@ -88,7 +88,7 @@ bool KVMPDStream::TrimCache(bool paused) {
         if (m_nCacheIndex >= 1) {
             --m_nCacheIndex;
         } else {
-            // Only while paused: nobody reads, so the stream is parked at the segment the reader will want next.
+            // Only while paused: the stream is parked at the segment whose bytes the reader has not all been given.
             SendLoaderBackTo(released);
             const CritSecLock buffer(m_csBuffer);
             m_bFeedCutOff = true;
@@ -103,7 +103,16 @@ bool KVMPDStream::TrimCache(bool paused) {
     return true;
 }
 
+/// Before cached segments are let go of, which deletes their files: a buffer may still hold one open whose read failed.
+/// (Reads and the feed have theirs open under m_csCache only, the downloader none of a segment that is complete.)
+void KVMPDStream::CloseFailedFiles() {
+    const CritSecLock buffer(m_csBuffer);
+    m_videoBuffer.CloseFailedFile();
+    m_audioBuffer.CloseFailedFile();
+}
+
 void KVMPDStream::ReleaseOldest() {
+    CloseFailedFiles();
     const std::shared_ptr<Segment> oldest = std::move(m_cacheSegment.front());
     m_cacheSegment.pop_front();
     Log(6, L" KVMPDStream::PushSegmentToCache release segment cache %lld due to total cache duration is %d",
@@ -232,6 +241,7 @@ void KVMPDStream::UpdateCacheSegmentInfo() {
 void KVMPDStream::resetSegmentCache(bool full) {
     const CritSecLock cache(m_csCache);
     Log(6, L" KVMPDStream::resetSegmentCache ");
+    CloseFailedFiles();
     m_cacheSegment.clear();
     m_nCacheIndex = 0;
     m_nCacheDuration = 0;

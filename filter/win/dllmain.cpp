@@ -1,7 +1,6 @@
-// The module's entry point. The loader finds it through the image's entry point, where the runtime's start-up code
-// calls it by this name, so it is not among the module's exports. The loader's lock is held here, so nothing is
-// started, waited for or joined: worker threads belong to the objects, and the module is not unloaded while one is
-// alive. The module handle is not recorded, because nothing here loads a resource or asks for the module's path.
+// The module's entry point, called by the loader through the runtime's start-up code. The loader's lock is held here, so
+// nothing is started, waited for or joined: worker threads belong to the objects, and the module is not unloaded while
+// one is alive. The module handle is not kept, because nothing here loads a resource or asks for the module's path.
 
 #include "platform/win32.h"
 

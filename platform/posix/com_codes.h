@@ -34,6 +34,6 @@ inline constexpr HRESULT VFW_E_NOT_STOPPED = ComResult(0x80040224);
 inline constexpr HRESULT VFW_E_WRONG_STATE = ComResult(0x80040227);
 inline constexpr HRESULT VFW_E_TYPE_NOT_ACCEPTED = ComResult(0x8004022A);
 inline constexpr HRESULT VFW_E_TIMEOUT = ComResult(0x8004022E);
-inline constexpr HRESULT VFW_E_NO_TRANSPORT = ComResult(0x80040230);
 inline constexpr HRESULT VFW_E_SAMPLE_TIME_NOT_SET = ComResult(0x80040249);
 inline constexpr HRESULT VFW_E_MEDIA_TIME_NOT_SET = ComResult(0x80040251);
+inline constexpr HRESULT VFW_E_NO_TRANSPORT = ComResult(0x80040266);

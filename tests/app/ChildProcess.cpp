@@ -6,9 +6,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <stdexcept>
+#include <string_view>
 
 namespace kvmpd::app::test {
 namespace {
@@ -20,6 +22,13 @@ std::vector<char*> Pointers(std::vector<std::string>& texts) {
     }
     pointers.push_back(nullptr);
     return pointers;
+}
+
+// Whether one of the settings is of the same variable as `entry`; of two the child would see the first.
+bool Names(const std::vector<std::string>& settings, std::string_view entry) {
+    const std::string_view name = entry.substr(0, entry.find('=') + 1);
+    return std::any_of(settings.begin(), settings.end(),
+                       [&](const std::string& setting) { return setting.starts_with(name); });
 }
 
 }  // namespace
@@ -43,11 +52,12 @@ ChildProcess::ChildProcess(const Options& options) {
     posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, options.standardError.c_str(),
                                      O_WRONLY | O_CREAT | O_TRUNC, 0600);
     std::vector<std::string> arguments = options.arguments;
-    std::vector<std::string> environment;
+    std::vector<std::string> environment = options.environment;
     for (char** entry = environ; *entry != nullptr; ++entry) {
-        environment.emplace_back(*entry);
+        if (!Names(options.environment, *entry)) {
+            environment.emplace_back(*entry);
+        }
     }
-    environment.insert(environment.end(), options.environment.begin(), options.environment.end());
     const int error = ::posix_spawn(&m_pid, arguments.front().c_str(), &actions, nullptr, Pointers(arguments).data(),
                                     Pointers(environment).data());
     posix_spawn_file_actions_destroy(&actions);

@@ -15,7 +15,7 @@ class ChildProcess {
   public:
     struct Options {
         std::vector<std::string> arguments;    // the program first
-        std::vector<std::string> environment;  // NAME=VALUE, added to this process's own
+        std::vector<std::string> environment;  // NAME=VALUE, before this process's own
         std::filesystem::path standardOutput;  // empty: read with ReadLine
         std::filesystem::path standardError;
         bool smallPipe = false;           // standard output is full after its first write, until that is read

@@ -74,16 +74,17 @@ TEST(BoxReaderBoxes, OfAudioLieAboveTheBase) {
 TEST(BoxReaderWaiting, GoesOnWhereItLeftOff) {
     FakeSource source;
     const Bytes whole = MakeBox("mdat", Bytes(300'000, 3));
-    source.video.assign(whole.begin(), whole.begin() + 262'200);  // the header and the first piece of the body
-    BoxReader reader(source, 0);
+    source.audio.assign(whole.begin(), whole.begin() + 262'200);  // audio, of which nothing can be asked in advance
+    BoxReader reader(source, kAudioPositionBase);
     Box box;
     EXPECT_EQ(reader.Next(box), ReadStatus::kNotYet);
     EXPECT_FALSE(reader.AtBoundary());
     const std::size_t before = source.reads.size();
-    source.video = whole;
+    const std::int64_t reached = source.reads.back().position;
+    source.audio = whole;
     ASSERT_EQ(reader.Next(box), ReadStatus::kOk);
     EXPECT_EQ(box.bytes, whole);
-    EXPECT_EQ(source.reads.size(), before + 1);  // nothing was read twice
+    EXPECT_EQ(source.reads.at(before).position, reached);  // nothing was read twice
     EXPECT_TRUE(reader.AtBoundary());
 }
 
@@ -129,6 +130,7 @@ INSTANTIATE_TEST_SUITE_P(Bytes, NoBox,
                                          Bytes{0, 0, 0, 0, 'm', 'd', 'a', 't'},     // "to the end of the file"
                                          Bytes{0, 0, 0, 16, 0, 1, 2, 3},            // no type
                                          Bytes{0x40, 0, 0, 0, 'm', 'd', 'a', 't'},  // a gigabyte
+                                         test::ToBytes("\n\n<html><body>"), test::ToBytes("\r\n<html><body>"),
                                          MakeLongBox("mdat", {}, 15), MakeLongBox("mdat", {}, 0),
                                          MakeLongBox("mdat", {}, 0xFFFFFFFFFFFFFFFF)));
 
@@ -171,6 +173,154 @@ TEST(BoxReaderSkipping, PassesAHeaderWhoseLongSizeIsNonsense) {
     ASSERT_EQ(reader.SkipToNextBox(), ReadStatus::kOk);
     ASSERT_EQ(reader.Next(box), ReadStatus::kOk);
     EXPECT_EQ(box.type, FourCc("ftyp"));
+}
+
+Bytes Segment(std::size_t mediaBytes, std::uint8_t fill) {
+    Bytes segment = MakeBox("ftyp", Bytes(16, 'i'));
+    Append(segment, MakeBox("moov", Bytes(600, 2)));
+    Append(segment, MakeBox("moof", Bytes(80, 3)));
+    Append(segment, MakeBox("mdat", Bytes(mediaBytes, fill)));
+    return segment;
+}
+
+Bytes Cut(Bytes bytes, std::size_t missing) {
+    bytes.resize(bytes.size() - missing);
+    return bytes;
+}
+
+// Reads on until nothing more is there; the boxes that are whole, in order. Flaws are counted.
+std::vector<Box> ReadAll(BoxReader& reader, int& flaws, bool canProbe = true) {
+    std::vector<Box> boxes;
+    for (;;) {
+        Box box;
+        if (canProbe && reader.AtBoundary() && reader.ProbeNext() != ReadStatus::kOk) {
+            return boxes;
+        }
+        ReadStatus status = reader.Next(box);
+        if (status == ReadStatus::kOk) {
+            boxes.push_back(std::move(box));
+            continue;
+        }
+        if (status == ReadStatus::kUnreadable) {
+            ++flaws;
+            status = reader.SkipToNextBox();
+        }
+        if (status != ReadStatus::kOk) {
+            return boxes;
+        }
+    }
+}
+
+struct CutCase {
+    const char* name;
+    std::size_t mediaBytes;
+    std::size_t missing;
+};
+
+class CutShort : public testing::TestWithParam<CutCase> {
+  protected:
+    void LosesNothingOfTheNextOne(bool audio) {
+        FakeSource source;
+        Bytes& track = audio ? source.audio : source.video;
+        BoxReader reader(source, audio ? kAudioPositionBase : 0);
+        const Bytes first = Cut(Segment(GetParam().mediaBytes, 7), GetParam().missing);
+        track = first;
+        Append(track, Segment(5000, 8));
+        Append(track, Segment(3000, 9));
+        int flaws = 0;
+        const std::vector<Box> boxes = ReadAll(reader, flaws, /*canProbe=*/!audio);
+        EXPECT_EQ(flaws, 1);
+        // All boxes of the second and third segment are there, in their places.
+        ASSERT_GE(boxes.size(), 8u);
+        Bytes read;
+        for (std::size_t n = boxes.size() - 8; n < boxes.size(); ++n) {
+            Append(read, boxes[n].bytes);
+        }
+        EXPECT_EQ(read, Bytes(track.begin() + static_cast<std::ptrdiff_t>(first.size()), track.end()));
+        EXPECT_EQ(boxes[boxes.size() - 8].position, static_cast<std::int64_t>(first.size()));
+        EXPECT_EQ(reader.Position(), static_cast<std::int64_t>(track.size()));
+    }
+};
+
+TEST_P(CutShort, AVideoSegmentLosesNothingOfTheNextOne) {
+    LosesNothingOfTheNextOne(/*audio=*/false);
+}
+
+TEST_P(CutShort, AnAudioSegmentLosesNothingOfTheNextOne) {
+    LosesNothingOfTheNextOne(/*audio=*/true);
+}
+
+// The box's end is not there although its header is; of video so much can be seen without waiting.
+TEST_P(CutShort, AVideoSegmentIsNoticedBeforeTheNextOneExists) {
+    FakeSource source;
+    source.video = Cut(Segment(GetParam().mediaBytes, 7), GetParam().missing);
+    BoxReader reader(source, 0);
+    int flaws = 0;
+    for (const Box& box : ReadAll(reader, flaws)) {
+        EXPECT_NE(box.type, FourCc("mdat"));
+    }
+    EXPECT_EQ(flaws, 1);
+    EXPECT_EQ(reader.WhatIsWrong(), BoxReader::Flaw::kCutShort);
+    Append(source.video, Segment(100, 8));
+    ASSERT_EQ(reader.SkipToNextBox(), ReadStatus::kOk);
+    EXPECT_EQ(ReadAll(reader, flaws).size(), 4u);
+    EXPECT_EQ(flaws, 1);
+    EXPECT_EQ(source.waits, 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Segments, CutShort,
+                         testing::Values(CutCase{"InTheMiddle", 4000, 1000}, CutCase{"ByOneByte", 4000, 1},
+                                         CutCase{"BySevenBytes", 4000, 7}, CutCase{"ByEightBytes", 4000, 8},
+                                         CutCase{"ByAlmostAll", 4000, 3999}, CutCase{"Large", 700'000, 300'000},
+                                         CutCase{"InItsMoof", 4000, 4050}, CutCase{"InItsMoov", 4000, 4300},
+                                         CutCase{"ByMoreThanTheNextOnes", 2'000'000, 1'900'000}),
+                         [](const auto& tested) { return std::string(tested.param.name); });
+
+// One segment that follows is enough; the reader does not hold out for all that the cut one announced.
+TEST(BoxReaderCutAudio, GoesOnWithTheNextSegmentAlone) {
+    FakeSource source;
+    source.audio = Cut(Segment(900'000, 7), 890'000);
+    Append(source.audio, Segment(1000, 8));
+    BoxReader reader(source, kAudioPositionBase);
+    int flaws = 0;
+    EXPECT_EQ(ReadAll(reader, flaws, /*canProbe=*/false).back().bytes.size(), 1008u);
+    EXPECT_EQ(flaws, 1);
+}
+
+TEST(BoxReaderReleased, GoesOnWithTheEarliestThatIsThere) {
+    for (const bool audio : {false, true}) {
+        FakeSource source;
+        Bytes& track = audio ? source.audio : source.video;
+        for (int n = 0; n < 40; ++n) {
+            Append(track, Segment(9'000, 1));
+        }
+        const std::size_t segment = track.size() / 40;
+        BoxReader reader(source, audio ? kAudioPositionBase : 0);
+        Box box;
+        ASSERT_EQ(reader.Next(box), ReadStatus::kOk);
+        source.released = static_cast<std::int64_t>(31 * segment);
+        ASSERT_EQ(reader.Next(box), ReadStatus::kReleased);
+        ASSERT_EQ(reader.MoveToEarliest(), ReadStatus::kOk);
+        EXPECT_EQ(reader.Position(), source.released);
+        ASSERT_EQ(reader.SkipToNextBox(), ReadStatus::kOk);
+        int flaws = 0;
+        EXPECT_EQ(ReadAll(reader, flaws, !audio).size(), 9u * 4u);
+        EXPECT_EQ(flaws, 0);
+    }
+}
+
+TEST(BoxReaderReleased, WaitsWhereNothingIsLeft) {
+    FakeSource source;
+    source.video = Segment(50'000, 1);
+    BoxReader reader(source, 0);
+    source.released = static_cast<std::int64_t>(source.video.size());
+    Box box;
+    ASSERT_EQ(reader.Next(box), ReadStatus::kReleased);
+    ASSERT_EQ(reader.MoveToEarliest(), ReadStatus::kOk);
+    EXPECT_EQ(reader.SkipToNextBox(), ReadStatus::kNotYet);
+    Append(source.video, Segment(100, 2));
+    EXPECT_EQ(reader.SkipToNextBox(), ReadStatus::kOk);
+    EXPECT_EQ(source.waits, 0);
 }
 
 TEST(BoxReaderRestart, BeginsAtZeroAgain) {

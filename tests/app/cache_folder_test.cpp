@@ -58,6 +58,15 @@ TEST_F(Cache, TellsASegmentsNumberByItsSize) {
     EXPECT_EQ(m_folder->SegmentNumber(-1, 70), std::nullopt);
 }
 
+TEST_F(Cache, TellsWhetherItCanBeWritten) {
+    std::string error;
+    EXPECT_TRUE(m_folder->CanBeWritten(error)) << error;
+    EXPECT_TRUE(fs::is_empty(m_folder->Path()));
+    fs::remove(m_folder->Path());
+    EXPECT_FALSE(m_folder->CanBeWritten(error));
+    EXPECT_EQ(error, "the cache folder \"" + m_folder->Path() + "\" takes no more files: No such file or directory");
+}
+
 TEST(CacheFolderErrors, SayWhatToDo) {
     std::string error;
     EXPECT_FALSE(CacheFolder::Create("/nonexistent/folder", error));

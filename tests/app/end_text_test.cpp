@@ -28,10 +28,9 @@ INSTANTIATE_TEST_SUITE_P(
                     CodeCase{RecordEnd::kNoManifest, ExitCode::kEndedEarly, ExitCode::kNoStream},
                     CodeCase{RecordEnd::kManifestShape, ExitCode::kEndedEarly, ExitCode::kNoStream},
                     CodeCase{RecordEnd::kNoMedia, ExitCode::kEndedEarly, ExitCode::kNoStream},
-                    CodeCase{RecordEnd::kFellBehind, ExitCode::kEndedEarly, ExitCode::kNoStream},
+                    CodeCase{RecordEnd::kCacheFailed, ExitCode::kCacheFolder, ExitCode::kCacheFolder},
                     CodeCase{RecordEnd::kNotMedia, ExitCode::kEndedEarly, ExitCode::kNoStream},
                     CodeCase{RecordEnd::kCodecChanged, ExitCode::kEndedEarly, ExitCode::kNoStream},
-                    CodeCase{RecordEnd::kReadFailed, ExitCode::kEndedEarly, ExitCode::kNoStream},
                     CodeCase{RecordEnd::kOutputFailed, ExitCode::kOutput, ExitCode::kOutput},
                     CodeCase{RecordEnd::kComponentFailed, ExitCode::kEndedEarly, ExitCode::kNoStream}));
 
@@ -56,8 +55,8 @@ TEST(EndSentences, NameTheAddress) {
 }
 
 TEST(EndSentences, SayThatWhatWasRecordedIsKept) {
-    EXPECT_NE(EndSentence(RecordEnd::kFellBehind, Context(true)).find("holds what came before"), std::string::npos);
-    EXPECT_EQ(EndSentence(RecordEnd::kFellBehind, Context(false)).find("holds what came before"), std::string::npos);
+    EXPECT_NE(EndSentence(RecordEnd::kCacheFailed, Context(true)).find("holds what came before"), std::string::npos);
+    EXPECT_EQ(EndSentence(RecordEnd::kCacheFailed, Context(false)).find("holds what came before"), std::string::npos);
 }
 
 TEST(EndSentences, TellNoAnswerFromNoSegment) {
@@ -70,8 +69,8 @@ TEST(EndSentences, TellNoAnswerFromNoSegment) {
     EXPECT_NE(EndSentence(RecordEnd::kNoMedia, context).find("4 of its segments could not be downloaded"),
               std::string::npos);
     context.hasMedia = true;
-    EXPECT_NE(EndSentence(RecordEnd::kNoMedia, context).find("no new media came for 30 seconds (4 of its"),
-              std::string::npos);
+    context.patience = "1m";
+    EXPECT_NE(EndSentence(RecordEnd::kNoMedia, context).find("no new media came for 1m (4 of its"), std::string::npos);
 }
 
 }  // namespace

@@ -53,6 +53,43 @@ TEST_F(Output, WritesAndSeeks) {
     EXPECT_EQ(Get("a"), "hEllo");
 }
 
+TEST_F(Output, SetsRoomAsideWithoutGrowing) {
+    const auto output = Open(PathOf("a"));
+    ASSERT_TRUE(output->Write(test::ToBytes("hello")));
+    EXPECT_TRUE(output->Reserve(1 << 20));
+    EXPECT_EQ(fs::file_size(PathOf("a")), 5u);
+    struct stat info {};
+    ASSERT_EQ(::stat(PathOf("a").c_str(), &info), 0);
+    if (info.st_blocks * 512 < 1 << 20) {
+        GTEST_SKIP() << "the file system here sets no room aside";
+    }
+    output->EndReserve();
+    ASSERT_EQ(::stat(PathOf("a").c_str(), &info), 0);
+    EXPECT_LT(info.st_blocks * 512, 64 * 1024);
+    EXPECT_EQ(Get("a"), "hello");
+}
+
+TEST_F(Output, SaysThatThereIsNoRoomAndCanStillBeWritten) {
+    const auto output = Open(PathOf("a"));
+    if (!output->Reserve(std::int64_t{1} << 20)) {
+        GTEST_SKIP() << "this disk has not even a megabyte: " << output->Error();
+    }
+    ASSERT_FALSE(output->Reserve(std::int64_t{1} << 60)) << "an exabyte";
+    EXPECT_NE(output->Error().find("writing \"" + PathOf("a") + "\" failed: "), std::string::npos) << output->Error();
+    EXPECT_EQ(output->GetState(), OutputFile::State::kGood);
+    EXPECT_TRUE(output->Write(test::ToBytes("the end")));
+}
+
+TEST_F(Output, EmptiesAnOverwrittenFileBeforeRoomIsSetAside) {
+    Put("a", std::string(100, 'x'));
+    const auto output = Open(PathOf("a"), /*overwrite=*/true);
+    EXPECT_EQ(fs::file_size(PathOf("a")), 100u);
+    EXPECT_TRUE(output->Reserve(1 << 16));
+    EXPECT_TRUE(output->Write(test::ToBytes("new")));
+    output->EndReserve();
+    EXPECT_EQ(Get("a"), "new");
+}
+
 TEST_F(Output, IsRemovedWhenNothingIsWorthKeeping) {
     Open(PathOf("a"))->Write(test::ToBytes("header"));
     EXPECT_FALSE(fs::exists(PathOf("a")));

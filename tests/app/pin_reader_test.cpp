@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstring>
+#include <functional>
+#include <thread>
 
 #include "app/BoxReader.h"
 #include "app/HostObject.h"
@@ -18,8 +21,12 @@ class FakeAsyncReader final : public HostObject<IAsyncReader, IID_IAsyncReader> 
     LONGLONG position = -1;
     LONGLONG length = -1;
     int alignedReads = 0;
+    std::function<void()> onRead;
 
     HRESULT STDMETHODCALLTYPE SyncRead(LONGLONG where, LONG count, BYTE* buffer) override {
+        if (onRead) {
+            onRead();
+        }
         position = where;
         length = count;
         std::memset(buffer, 0x5A, static_cast<std::size_t>(count));
@@ -121,6 +128,51 @@ TEST_F(PinReaderOverAPin, SaysTheLastErrorInWords) {
     m_pin->result = VFW_E_WRONG_STATE;
     m_reader.Read(0, bytes);
     EXPECT_EQ(m_reader.Error(), "error 0x80040227");
+}
+
+TEST_F(PinReaderOverAPin, TakesAFailureForAnInterruptionWhenItWasOne) {
+    m_pin->result = E_FAIL;
+    m_pin->onRead = [this] { m_interrupted = true; };  // somebody ends the reads
+    test::Bytes bytes(4);
+    EXPECT_EQ(m_reader.Read(0, bytes), ReadStatus::kInterrupted);
+}
+
+TEST_F(PinReaderOverAPin, ReadsFromTheNextPinAfterARestart) {
+    const auto next = MakePin();
+    m_reader.SetNext(kvmpd::ComPtr<IAsyncReader>(next.get()));
+    test::Bytes bytes(4);
+    m_reader.Read(7, bytes);
+    EXPECT_EQ(m_pin->position, 7);
+    m_reader.Restarted();
+    m_reader.Read(9, bytes);
+    EXPECT_EQ(m_pin->position, 7);
+    EXPECT_EQ(next->position, 9);
+    m_reader.Restarted();  // without another pin the same goes on
+    m_reader.Read(11, bytes);
+    EXPECT_EQ(next->position, 11);
+}
+
+TEST_F(PinReaderOverAPin, TellsWhenAPinIsReadNoMore) {
+    const auto next = MakePin();
+    m_reader.SetNext(kvmpd::ComPtr<IAsyncReader>(next.get()));
+    std::atomic<bool> left = false;
+    std::thread closer([&] {
+        m_reader.WaitUntilLeft(m_pin.get());
+        left = true;
+    });
+    EXPECT_FALSE(left);
+    m_reader.Restarted();
+    closer.join();
+    const auto another = MakePin();
+    m_reader.SetNext(kvmpd::ComPtr<IAsyncReader>(another.get()));
+    m_reader.SetNext(kvmpd::ComPtr<IAsyncReader>(m_pin.get()));
+    m_reader.WaitUntilLeft(another.get());  // never came to its turn
+    m_reader.Close();
+    m_reader.WaitUntilLeft(next.get());
+    m_reader.WaitUntilLeft(m_pin.get());
+    test::Bytes bytes(4);
+    EXPECT_EQ(m_reader.Read(0, bytes), ReadStatus::kNotYet);
+    EXPECT_EQ(m_reader.Probe(0), ReadStatus::kNotYet);
 }
 
 }  // namespace

@@ -77,12 +77,32 @@ TEST(SummaryForPeople, SaysWhatTheFileHolds) {
               "  repeated  3 packets came a second time and were left out\n");
 }
 
+TEST(SummaryForPeople, ListsTheFirstGaps) {
+    Recording::Summary summary = SomeSummary();
+    summary.gaps.assign(12, {.track = Track::kAudio, .fromUs = 4'000'000, .toUs = 6'500'000});
+    summary.gaps[0].cause = LossCause::kDownloadFailed;
+    const std::string text = SummaryText(summary, "demo.mkv");
+    EXPECT_NE(text.find("\n            0:04.000 to 0:06.500 of the audio (a download failed)\n"), std::string::npos);
+    EXPECT_NE(text.find("\n            and others\n"), std::string::npos) << text;
+}
+
+TEST(SummaryForPrograms, ListsTheGaps) {
+    Recording::Summary summary = SomeSummary();
+    summary.gaps = {{.track = Track::kVideo, .fromUs = 0, .toUs = 1'000'000, .cause = LossCause::kNotMedia},
+                    {.track = Track::kAudio, .fromUs = 4'000'000, .toUs = 6'500'000, .cause = LossCause::kCutShort}};
+    const std::string text = SummaryJson(summary, "demo.mkv", "asked");
+    EXPECT_NE(text.find(R"("gaps":[{"track":"video","from":0.000,"to":1.000,"cause":"not-media"},)"
+                        R"({"track":"audio","from":4.000,"to":6.500,"cause":"cut-short"}]})"),
+              std::string::npos)
+        << text;
+}
+
 TEST(SummaryForPrograms, IsOneObject) {
     EXPECT_EQ(SummaryJson(SomeSummary(), "-", "asked"),
               R"({"type":"summary","output":"-","end":"asked","duration":20.040,"bytes":5000000,)"
               R"("video_codec":"h264","width":1280,"height":720,"audio_codec":"aac","sample_rate":48000,"channels":2,)"
               R"("video_packets":500,"video_gaps":0,"video_missing":0.000,"video_repeated":0,)"
-              R"("audio_packets":937,"audio_gaps":1,"audio_missing":0.021,"audio_repeated":3})");
+              R"("audio_packets":937,"audio_gaps":1,"audio_missing":0.021,"audio_repeated":3,"gaps":[]})");
 }
 
 }  // namespace

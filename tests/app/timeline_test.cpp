@@ -39,6 +39,56 @@ TEST(TimelineGaps, RoundingIsNone) {
     EXPECT_EQ(timeline.Of(Track::kAudio).gaps, 0);
 }
 
+TEST(TimelineGaps, AreToldWithTheirPlace) {
+    Timeline timeline({});
+    timeline.Begin(100 * kSecond, 100 * kSecond);
+    timeline.Admit(Track::kAudio, 100 * kSecond, kSecond);
+    EXPECT_FALSE(timeline.LastGap());
+    timeline.Admit(Track::kAudio, 103 * kSecond, kSecond);
+    ASSERT_TRUE(timeline.LastGap());
+    EXPECT_EQ(timeline.LastGap()->track, Track::kAudio);
+    EXPECT_EQ(timeline.LastGap()->fromUs, kSecond);
+    EXPECT_EQ(timeline.LastGap()->toUs, 3 * kSecond);
+    timeline.Admit(Track::kAudio, 104 * kSecond, kSecond);
+    EXPECT_FALSE(timeline.LastGap());
+}
+
+TEST(TimelineGaps, AtTheBeginningBelongToTheTrackThatBeginsLater) {
+    Timeline timeline({});
+    timeline.Begin(11 * kSecond, 10 * kSecond);
+    timeline.Admit(Track::kAudio, 10 * kSecond, kSecond);
+    EXPECT_FALSE(timeline.LastGap());
+    timeline.Admit(Track::kVideo, 11 * kSecond, kSecond);
+    ASSERT_TRUE(timeline.LastGap());
+    EXPECT_EQ(timeline.LastGap()->fromUs, 0);
+    EXPECT_EQ(timeline.LastGap()->toUs, kSecond);
+    EXPECT_EQ(timeline.Of(Track::kVideo).missingUs, kSecond);
+}
+
+TEST(TimelineGaps, ReachToTheLimitAtMost) {
+    Timeline timeline(3 * kSecond);
+    timeline.Begin(0, 0);
+    timeline.Admit(Track::kVideo, 0, kSecond);
+    EXPECT_EQ(timeline.Admit(Track::kVideo, 9 * kSecond, kSecond), Verdict::kBeyondLimit);
+    ASSERT_TRUE(timeline.LastGap());
+    EXPECT_EQ(timeline.LastGap()->toUs, 3 * kSecond);
+    EXPECT_EQ(timeline.Admit(Track::kVideo, 10 * kSecond, kSecond), Verdict::kBeyondLimit);
+    EXPECT_EQ(timeline.Of(Track::kVideo).gaps, 1);
+}
+
+TEST(TimelineGaps, AtTheEndAreWhatTheOtherTrackHasMore) {
+    Timeline timeline({});
+    timeline.Begin(0, 0);
+    timeline.Admit(Track::kVideo, 0, kSecond);
+    timeline.Admit(Track::kAudio, 0, 4 * kSecond);
+    timeline.EndTrack(Track::kAudio);
+    EXPECT_FALSE(timeline.LastGap());
+    timeline.EndTrack(Track::kVideo);
+    ASSERT_TRUE(timeline.LastGap());
+    EXPECT_EQ(timeline.LastGap()->fromUs, kSecond);
+    EXPECT_EQ(timeline.LastGap()->toUs, 4 * kSecond);
+}
+
 TEST(TimelineRepeats, AreRefusedUntilMediaIsNewAgain) {
     Timeline timeline({});
     timeline.Begin(10 * kSecond, 10 * kSecond);

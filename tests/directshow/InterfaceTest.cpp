@@ -66,9 +66,9 @@ TEST(Interfaces, ResultCodesAreTheDocumentedOnes) {
     EXPECT_EQ(code(VFW_E_WRONG_STATE), 0x80040227u);
     EXPECT_EQ(code(VFW_E_TYPE_NOT_ACCEPTED), 0x8004022Au);
     EXPECT_EQ(code(VFW_E_TIMEOUT), 0x8004022Eu);
-    EXPECT_EQ(code(VFW_E_NO_TRANSPORT), 0x80040230u);
     EXPECT_EQ(code(VFW_E_SAMPLE_TIME_NOT_SET), 0x80040249u);
     EXPECT_EQ(code(VFW_E_MEDIA_TIME_NOT_SET), 0x80040251u);
+    EXPECT_EQ(code(VFW_E_NO_TRANSPORT), 0x80040266u);
     EXPECT_EQ(static_cast<unsigned>(MERIT_UNLIKELY), 0x400000u);
     EXPECT_EQ(static_cast<unsigned>(AM_GBF_NOWAIT), 4u);
 }

@@ -7,6 +7,7 @@
 #include <iterator>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -15,41 +16,19 @@
 
 #include "download/SegmentDownloader.h"
 #include "tests/download/FakeNetKernel.h"
+#include "tests/support/Gate.h"
 #include "tests/support/TempDir.h"
 
 namespace kvmpd::test {
-
-/// A door that one thread holds shut for others.
-class Gate {
-  public:
-    void Open() {
-        const std::lock_guard lock(m_mutex);
-        m_open = true;
-        m_changed.notify_all();
-    }
-    void Pass() {
-        std::unique_lock lock(m_mutex);
-        m_arrived = true;
-        m_changed.notify_all();
-        m_changed.wait(lock, [this] { return m_open; });
-    }
-    /// Returns when somebody stands at the gate, or has passed it.
-    void AwaitArrival() {
-        std::unique_lock lock(m_mutex);
-        m_changed.wait(lock, [this] { return m_arrived; });
-    }
-
-  private:
-    std::mutex m_mutex;
-    std::condition_variable m_changed;
-    bool m_open = false;
-    bool m_arrived = false;
-};
 
 /// The engine as the downloader sees it.
 class FakeReceiver final : public SegmentReceiver {
   public:
     // SegmentReceiver
+    bool IsWanted(const Segment& segment) override {
+        const std::lock_guard lock(m_mutex);
+        return !m_unwanted.contains(segment.m_segmentNumber);
+    }
     void PushSegmentToCache(std::shared_ptr<Segment> segment) override {
         std::function<void()> atPush;
         {
@@ -66,6 +45,12 @@ class FakeReceiver final : public SegmentReceiver {
         const std::lock_guard lock(m_mutex);
         ++m_failures;
         m_changed.notify_all();
+    }
+
+    /// From now on segment `number` is not wanted.
+    void Refuse(LONGLONG number) {
+        const std::lock_guard lock(m_mutex);
+        m_unwanted.insert(number);
     }
 
     /// Calls `action` on the downloader's thread in every push.
@@ -110,6 +95,7 @@ class FakeReceiver final : public SegmentReceiver {
     std::mutex m_mutex;
     std::condition_variable m_changed;
     std::vector<std::shared_ptr<Segment>> m_segments;
+    std::set<LONGLONG> m_unwanted;
     int m_failures = 0;
     std::function<void()> m_atPush;
 };

@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "net/INetKernelBase.h"
+#include "tests/support/InertHttpClient.h"
 
 namespace kvmpd::test {
 
@@ -34,7 +34,7 @@ inline FakeAnswer ShortBody(std::string body) {
 
 /// An HTTP client that answers from a script. Its owner is the downloader; the test keeps a plain pointer, for as long
 /// as the downloader lives.
-class FakeNetKernel final : public INetKernelBase {
+class FakeNetKernel final : public InertHttpClient {
   public:
     struct Call {
         std::string url;
@@ -81,18 +81,6 @@ class FakeNetKernel final : public INetKernelBase {
         }
         return answer.result;
     }
-    HRESULT OpenUrlW(const wchar_t*, const wchar_t*, const wchar_t*, BOOL, const wchar_t*, const wchar_t*, const BYTE*,
-                     DWORD, INetKernelContentStream*) override {
-        return E_NOTIMPL;
-    }
-    void SetReceiveChunkSize(DWORD) override {}
-    void Close() override {}
-    DWORD Reset() override { return 0; }
-    DWORD GetErrorType() override { return 0; }
-    void SetReceiveTimeout(DWORD) override {}
-    void SetSendTimeout(DWORD) override {}
-    DWORD Reserved8() override { return 0; }
-    DWORD Reserved9() override { return 0; }
 
   private:
     FakeAnswer Take(Call call) {

@@ -7,14 +7,14 @@
 
 namespace kvmpd::test {
 
-/// The lowest verbosity at which `action` writes a line that begins with `text`; -1 when it never does. The action runs
-/// once for every verbosity tried.
+/// The lowest verbosity at which `action` writes the line `text`; -1 when it never does. The action runs once for every
+/// verbosity tried.
 template <class Action>
 LONG LevelOf(std::string_view text, const Action& action) {
     for (LONG level = 0; level <= 8; ++level) {
         const LogCapture log(level);
         action();
-        if (log.CountPrefix(text) > 0) {
+        if (log.Contains(text)) {
             return level;
         }
     }

@@ -269,6 +269,22 @@ TEST_F(SegmentDownloaderRetry, FailsAtFileCreationAfterAShortBody) {
     EXPECT_EQ(Content("7.m4a"), "sou") << "the partial file stays";
 }
 
+// What a write that failed leaves behind: the sink hears of no end, and its file stays open.
+TEST_F(SegmentDownloaderRetry, AppendsAfterAnAttemptThatStoppedInTheBody) {
+    const LogCapture log(6);
+    m_client->Once(Audio(7), {E_FAIL, {"sou"}, /*endsBody=*/false});
+    m_client->Once(Audio(7), Body("sound"));
+    m_client->Once(Video(7), Body("pictures"));
+    Start();
+    Push(7);
+    Finish();
+    EXPECT_EQ(Content("7.m4a"), "sousound");
+    const auto segments = m_receiver.Segments();
+    ASSERT_EQ(m_receiver.Numbers(), (Numbers{7, kEndMarker}));
+    EXPECT_EQ(segments[0]->m_audioSize, 8) << "the count goes on, too";
+    EXPECT_EQ(log.CountPrefix("[Error]"), 0u);
+}
+
 TEST_F(SegmentDownloaderRetry, LaterDownloadOfTheSameNumberFailsBecauseOfThePartialFile) {
     m_client->Once(Audio(7), ShortBody("sou"));
     Start();

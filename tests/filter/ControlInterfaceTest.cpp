@@ -13,6 +13,7 @@
 #include "tests/filter/HostFakes.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/TempDir.h"
+#include "tests/support/Wine.h"
 
 namespace kvmpd::test {
 namespace {
@@ -287,6 +288,9 @@ TEST_F(ControlInterface, AHostHearsOfALiveStreamAndPullsItsBytes) {
 }
 
 TEST_F(ControlInterface, AFailedDownloadIsToldByItsEvent) {
+    if (UnderWine()) {
+        GTEST_SKIP() << kWineTakesAClosedConnectionForAResponse;
+    }
     TempDir folder;
     ScriptedPeer peer;
     ServeLive(peer);

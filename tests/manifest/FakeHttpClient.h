@@ -2,12 +2,12 @@
 
 #include <string>
 
-#include "net/INetKernelBase.h"
+#include "tests/support/InertHttpClient.h"
 
 namespace kvmpd::test {
 
 /// Answers every request with one body or one failure, and remembers what it was asked.
-class FakeHttpClient : public INetKernelBase {
+class FakeHttpClient : public InertHttpClient {
   public:
     std::string body;
     bool announceLength = true;
@@ -34,19 +34,6 @@ class FakeHttpClient : public INetKernelBase {
         stream->OnWriteComplete();
         return result;
     }
-
-    HRESULT OpenUrl(const char*, const char*, const wchar_t*, BOOL, const char*, const wchar_t*, const BYTE*, DWORD,
-                    INetKernelContentStream*) override {
-        return E_NOTIMPL;
-    }
-    void SetReceiveChunkSize(DWORD) override {}
-    void Close() override {}
-    DWORD Reset() override { return 0; }
-    DWORD GetErrorType() override { return 0; }
-    void SetReceiveTimeout(DWORD) override {}
-    void SetSendTimeout(DWORD) override {}
-    DWORD Reserved8() override { return 0; }
-    DWORD Reserved9() override { return 0; }
 };
 
 }  // namespace kvmpd::test

@@ -3,6 +3,7 @@
 
 #include "tests/manifest/ParserFixture.h"
 #include "tests/support/ScriptedPeer.h"
+#include "tests/support/Wine.h"
 
 namespace kvmpd::test {
 namespace {
@@ -95,6 +96,9 @@ TEST(MpdParserDownload, FetchesOverHttp) {
 }
 
 TEST(MpdParserDownload, FailsWhenTheServerCutsTheBody) {
+    if (UnderWine()) {
+        GTEST_SKIP() << kWineEndsAShortBody << "; " << kWineKnowsNoLength;
+    }
     ScriptedPeer peer;
     const std::string body = Manifest("");
     peer.On("/live.mpd", PeerReply::Truncated(body, body.size() + 10));

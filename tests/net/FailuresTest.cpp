@@ -21,8 +21,12 @@ TEST_P(Failures, NobodyListens) {
     const std::string url = "http://127.0.0.1:" + std::to_string(RefusedPort()) + "/";
     LogCapture log(3);
     NetKernelBase client;
-    EXPECT_EQ(Open(client, url, &m_stream), E_FAIL);
+    const HRESULT result = Open(client, url, &m_stream);
     EXPECT_TRUE(log.Contains(Text("[Error] NetKernelBase::SendUrlRequestImpl@ SendHttpReq failed, last error: 12029")));
+    if (UnderWine()) {
+        GTEST_SKIP() << kWineAnswersFailedRequests;
+    }
+    EXPECT_EQ(result, E_FAIL);
     EXPECT_EQ(log.CountPrefix("[Error] NetKernelBase::QueryResponseInfo Status code query failed, error code: "), 1u);
     EXPECT_TRUE(log.Contains(Text("[Error] NetKernelBase::SendUrlRequestImpl@ QueryResponseInfo failed.")));
     EXPECT_TRUE(log.Contains(Text("[Error] NetKernelBase::OpenUrl@ Fail to send URL request: ") + url));
@@ -30,6 +34,10 @@ TEST_P(Failures, NobodyListens) {
 }
 
 TEST_P(Failures, AServerThatClosesResetsOrTalksNonsenseFailsWithItsCause) {
+    if (UnderWine()) {
+        GTEST_SKIP() << "Wine takes a connection that closes without a byte, and nonsense, for a response, and tells a "
+                        "reset as 12030";
+    }
     const std::vector<std::pair<PeerReply, std::string>> cases{
         {PeerReply::CloseAtOnce(), "12030"},
         {PeerReply::ResetAtOnce(), "12031"},
@@ -49,18 +57,27 @@ TEST_P(Failures, ASilentServerEndsWithTheReceiveTimeOut) {
     LogCapture log;
     NetKernelBase client;
     client.SetReceiveTimeout(80);
-    EXPECT_EQ(Open(client, m_peer.Url("/a"), &m_stream), E_FAIL);
-    EXPECT_TRUE(log.Contains(Text("[Error] NetKernelBase::SendUrlRequestImpl@ SendHttpReq failed, last error: 12002")));
+    const HRESULT result = Open(client, m_peer.Url("/a"), &m_stream);
     EXPECT_TRUE(log.Contains(" NetKernelBase::SetReceiveTimeout to: 80"));
+    EXPECT_EQ(log.CountPrefix(Text("[Error] NetKernelBase::SendUrlRequestImpl@ SendHttpReq failed, last error: ")), 1u);
+    if (UnderWine()) {
+        GTEST_SKIP() << kWineTellsSocketErrors << "; " << kWineAnswersFailedRequests;
+    }
+    EXPECT_EQ(result, E_FAIL);
+    EXPECT_TRUE(log.Contains(Text("[Error] NetKernelBase::SendUrlRequestImpl@ SendHttpReq failed, last error: 12002")));
 }
 
 TEST_P(Failures, ABodyShorterThanItsLengthFailsAfterItsCompletion) {
     m_peer.On("/a", PeerReply::Truncated("abc", 10));
     LogCapture log(4);
     NetKernelBase client;
-    EXPECT_EQ(Open(client, m_peer.Url("/a"), &m_stream), E_FAIL);
+    const HRESULT result = Open(client, m_peer.Url("/a"), &m_stream);
     EXPECT_EQ(m_stream.body, "abc");
     EXPECT_EQ(m_stream.calls.back(), "complete");
+    if (UnderWine()) {
+        GTEST_SKIP() << kWineEndsAShortBody << "; " << kWineKnowsNoLength;
+    }
+    EXPECT_EQ(result, E_FAIL);
     EXPECT_TRUE(
         log.Contains("[Error] NetKernelBase::ReceiveResponseToStream InternetReadFile failed. Last error: 12030"));
     EXPECT_TRUE(
@@ -82,10 +99,14 @@ TEST_P(Failures, ABodyThatStopsEndsWithTheReceiveTimeOut) {
     LogCapture log(3);
     NetKernelBase client;
     client.SetReceiveTimeout(80);
-    EXPECT_EQ(Open(client, m_peer.Url("/a"), &m_stream), E_FAIL);
+    const HRESULT result = Open(client, m_peer.Url("/a"), &m_stream);
+    EXPECT_EQ(m_stream.calls.back(), "complete");
+    if (UnderWine()) {
+        GTEST_SKIP() << kWineTellsSocketErrors << "; " << kWineKnowsNoLength;
+    }
+    EXPECT_EQ(result, E_FAIL);
     EXPECT_TRUE(
         log.Contains("[Error] NetKernelBase::ReceiveResponseToStream InternetReadFile failed. Last error: 12002"));
-    EXPECT_EQ(m_stream.calls.back(), "complete");
 }
 
 TEST_P(Failures, AStreamThatRefusesABlockEndsWithoutACompletion) {
@@ -111,11 +132,42 @@ TEST_P(Failures, AResponseFileNameThatIsTooLongIsReportedAndUsedRegardless) {
         name + "' "));
 }
 
+TEST_P(Failures, AResponseFileNameOf260CharactersIsNotTooLong) {
+    m_peer.On("/a", PeerReply::Ok("abc"));
+    LogCapture log(3);
+    NetKernelBase client;
+    EXPECT_EQ(Open(client, m_peer.Url("/a"), &m_stream, {.responseFile = std::wstring(260, L'f')}), S_OK);
+    EXPECT_EQ(log.Lines(), std::vector<std::string>{Text(" NetKernelBase::OpenUrl@ open URL: ") + m_peer.Url("/a")});
+}
+
+TEST_P(Failures, AnAbortedRequestFailsAfterItsBody) {
+    m_peer.On("/a", PeerReply::Ok("abc"));
+    RecordingProgress progress;
+    NetKernelBase client(nullptr, &progress);
+    m_stream.atComplete = [&client] { NetKernelBaseTestAccess::Abort(client); };
+    LogCapture log(3);
+    EXPECT_EQ(Open(client, m_peer.Url("/a"), &m_stream), E_FAIL);
+    EXPECT_EQ(m_stream.body, "abc");
+    EXPECT_EQ(progress.completions, 0);
+    EXPECT_EQ(log.CountPrefix("[Error]"), 0u);
+}
+
+TEST_P(Failures, AnAbortIsForgottenByTheNextRequest) {
+    m_peer.On("/a", PeerReply::Ok("abc"));
+    NetKernelBase client;
+    NetKernelBaseTestAccess::Abort(client);
+    EXPECT_EQ(Open(client, m_peer.Url("/a"), &m_stream), S_OK);
+}
+
 TEST_P(Failures, AFailedRequestIsNotRetried) {
     m_peer.On("/a", PeerReply::CloseAtOnce());
     NetKernelBase client;
-    EXPECT_EQ(Open(client, m_peer.Url("/a"), &m_stream), E_FAIL);
+    const HRESULT result = Open(client, m_peer.Url("/a"), &m_stream);
     EXPECT_EQ(m_peer.RequestCount(), 1u);
+    if (UnderWine()) {
+        GTEST_SKIP() << kWineTakesAClosedConnectionForAResponse;
+    }
+    EXPECT_EQ(result, E_FAIL);
 }
 
 TEST_P(Failures, TheClientServesAgainAfterAFailure) {
@@ -123,9 +175,14 @@ TEST_P(Failures, TheClientServesAgainAfterAFailure) {
     m_peer.Once("/a", PeerReply::Truncated("abc", 10));
     m_peer.On("/a", PeerReply::Ok("abc"));
     NetKernelBase client;
-    EXPECT_EQ(Open(client, m_peer.Url("/a"), &m_stream), E_FAIL);
-    EXPECT_EQ(Open(client, m_peer.Url("/a"), &m_stream), E_FAIL);
+    const HRESULT afterClose = Open(client, m_peer.Url("/a"), &m_stream);
+    const HRESULT afterShortBody = Open(client, m_peer.Url("/a"), &m_stream);
     EXPECT_EQ(Open(client, m_peer.Url("/a"), &m_stream), S_OK);
+    if (UnderWine()) {
+        GTEST_SKIP() << kWineTakesAClosedConnectionForAResponse << "; " << kWineEndsAShortBody;
+    }
+    EXPECT_EQ(afterClose, E_FAIL);
+    EXPECT_EQ(afterShortBody, E_FAIL);
 }
 
 }  // namespace

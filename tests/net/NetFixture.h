@@ -6,6 +6,7 @@
 
 #include <cstring>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -17,8 +18,15 @@
 #include "tests/support/LogCapture.h"
 #include "tests/support/ScriptedPeer.h"
 #include "tests/support/TempDir.h"
+#include "tests/support/Wine.h"
 
-namespace kvmpd::test {
+namespace kvmpd {
+
+struct NetKernelBaseTestAccess {
+    static void Abort(NetKernelBase& client) { client.m_bAbort = 1; }
+};
+
+namespace test {
 
 /// A content stream whose answers a test sets and whose calls it reads.
 class RecordingStream final : public NetKernelContentStreamBase {
@@ -38,6 +46,10 @@ class RecordingStream final : public NetKernelContentStreamBase {
     bool refuseArea = false;
     BOOL writeResult = 1;
     BOOL completeResult = 1;
+    std::function<void()> atComplete = {};   // called at the body's end
+    std::function<BYTE*()> giveBuffer = {};  // what UseResponseFile puts into its buffer argument
+
+    static constexpr DWORD kGivenLength = 5;  // of what giveBuffer gives
 
     // Calls.
     std::vector<std::string> calls;
@@ -93,6 +105,9 @@ class RecordingStream final : public NetKernelContentStreamBase {
     }
     BOOL OnWriteComplete() override {
         calls.push_back("complete");
+        if (atComplete) {
+            atComplete();
+        }
         return completeResult;
     }
     BOOL UseStreamBuffer() override { return useBuffer ? 1 : 0; }
@@ -102,7 +117,12 @@ class RecordingStream final : public NetKernelContentStreamBase {
         *size = areaOffered;
         return refuseArea ? 0 : 1;
     }
-    BOOL UseResponseFile(std::uint64_t* /*length*/, const wchar_t* /*responsePath*/, BYTE** /*buffer*/) override {
+    BOOL UseResponseFile(std::uint64_t* length, const wchar_t* /*responsePath*/, BYTE** buffer) override {
+        if (giveBuffer) {
+            EXPECT_EQ(*buffer, nullptr);
+            *buffer = giveBuffer();
+            *length = kGivenLength;
+        }
         return file.has_value() ? 1 : 0;
     }
     std::wstring GetResponseFile() override { return *file; }
@@ -156,6 +176,9 @@ struct RequestOptions {
     const char* headers = nullptr;
     std::wstring responseFile = {};
     std::string postData = {};
+    // Instead of postData, where the two do not go together.
+    const char* postBytes = nullptr;
+    DWORD postLength = 0;
 };
 
 /// Runs every test with the narrow and with the wide twin.
@@ -164,8 +187,9 @@ class BothTwins : public testing::TestWithParam<Twin> {
     HRESULT Open(NetKernelBase& client, const std::string& url, INetKernelContentStream* stream,
                  const RequestOptions& options = {}) {
         const wchar_t* file = options.responseFile.empty() ? nullptr : options.responseFile.c_str();
-        const auto* data = options.postData.empty() ? nullptr : reinterpret_cast<const BYTE*>(options.postData.data());
-        const auto length = static_cast<DWORD>(options.postData.size());
+        const bool whole = !options.postData.empty();
+        const auto* data = reinterpret_cast<const BYTE*>(whole ? options.postData.data() : options.postBytes);
+        const auto length = whole ? static_cast<DWORD>(options.postData.size()) : options.postLength;
         if (GetParam() == Twin::kNarrow) {
             return client.OpenUrl(url.c_str(), options.verb, options.proxy, options.disableProxy, options.headers, file,
                                   data, length, stream);
@@ -193,7 +217,8 @@ inline std::string TwinName(const testing::TestParamInfo<Twin>& twin) {
     return twin.param == Twin::kNarrow ? "Narrow" : "Wide";
 }
 
-}  // namespace kvmpd::test
+}  // namespace test
+}  // namespace kvmpd
 
 #define KV_FOR_BOTH_TWINS(suite) \
     INSTANTIATE_TEST_SUITE_P(Twins, suite, testing::Values(Twin::kNarrow, Twin::kWide), TwinName)

@@ -12,7 +12,8 @@ TEST_P(OpenUrl, DeliversTheBodyToTheStream) {
     NetKernelBase client;
     EXPECT_EQ(Open(client, m_peer.Url("/a?b"), &m_stream), S_OK);
     EXPECT_TRUE(m_stream.body == std::string(300'000, 'x'));
-    EXPECT_EQ(m_stream.calls, (std::vector<std::string>{"length 300000", "type video/mp4", "complete"}));
+    EXPECT_EQ(m_stream.calls, (std::vector<std::string>{"length " + std::to_string(KnownLength(300'000)),
+                                                        "type video/mp4", "complete"}));
     EXPECT_EQ(m_stream.blocks, (std::vector<DWORD>{131072, 131072, 37856}));
     EXPECT_EQ(log.Lines(), std::vector<std::string>{Text(" NetKernelBase::OpenUrl@ open URL: ") + m_peer.Url("/a?b")});
 }
@@ -91,6 +92,40 @@ TEST_P(OpenUrl, WithoutAVerbItIsGetOrPost) {
     EXPECT_EQ(m_peer.WaitForRequest(2).method, "POST");
 }
 
+// Bytes and their length make post data, one without the other does not.
+
+TEST_P(OpenUrl, PostDataWithoutALengthIsNone) {
+    NetKernelBase client;
+    Open(client, m_peer.Url("/a"), &m_stream, {.verb = nullptr, .postBytes = "data", .postLength = 0});
+    EXPECT_EQ(m_peer.WaitForRequest(0).method, "GET");
+    EXPECT_EQ(m_peer.WaitForRequest(0).body, "");
+}
+
+TEST_P(OpenUrl, APostLengthWithoutDataIsNone) {
+    NetKernelBase client;
+    Open(client, m_peer.Url("/a"), &m_stream, {.verb = nullptr, .postBytes = nullptr, .postLength = 4});
+    EXPECT_EQ(m_peer.WaitForRequest(0).method, "GET");
+    EXPECT_FALSE(m_peer.WaitForRequest(0).HasHeader("Content-Length"));
+}
+
+TEST_P(OpenUrl, NeitherStandsInTheWayOfAnUploadStream) {
+    m_stream.hasUpload = true;
+    m_stream.upload = "from the stream";
+    NetKernelBase client;
+    Open(client, m_peer.Url("/a"), &m_stream, {.verb = "PUT", .postBytes = "data", .postLength = 0});
+    Open(client, m_peer.Url("/a"), &m_stream, {.verb = "PUT", .postBytes = nullptr, .postLength = 4});
+    EXPECT_EQ(m_peer.WaitForRequest(0).body, "from the stream");
+    EXPECT_EQ(m_peer.WaitForRequest(1).body, "from the stream");
+}
+
+TEST_P(OpenUrl, AnUploadStreamAloneMakesNoPost) {
+    m_stream.hasUpload = true;
+    m_stream.upload = "from the stream";
+    NetKernelBase client;
+    Open(client, m_peer.Url("/a"), &m_stream, {.verb = nullptr});
+    EXPECT_EQ(m_peer.WaitForRequest(0).method, "GET");
+}
+
 TEST_P(OpenUrl, GivenHeadersWithAHostAreSentAsTheyAre) {
     NetKernelBase client;
     Open(client, m_peer.Url("/a"), &m_stream, {.headers = "X-One: 1\r\nHost: other.example\r\n"});
@@ -103,9 +138,12 @@ TEST_P(OpenUrl, GivenHeadersWithoutAHostLeaveItToThePlatform) {
     NetKernelBase client;
     Open(client, m_peer.Url("/a"), &m_stream, {.headers = "X-One: 1\r\n"});
     const PeerRequest request = m_peer.WaitForRequest(0);
-    EXPECT_EQ(request.Header("Host"), "127.0.0.1:" + std::to_string(m_peer.Port()));
     EXPECT_EQ(request.Header("X-One"), "1");
     EXPECT_FALSE(request.HasHeader("X-Stream"));
+    if (UnderWine()) {
+        GTEST_SKIP() << kWineSendsAnEmptyHost;
+    }
+    EXPECT_EQ(request.Header("Host"), "127.0.0.1:" + std::to_string(m_peer.Port()));
 }
 
 TEST_P(OpenUrl, TheStreamMayGiveTheHeaders) {
@@ -124,12 +162,23 @@ TEST_P(OpenUrl, AnObserverSeesTheStagesAndTheEnd) {
     NetKernelBase client(nullptr, &progress);
     client.SetReceiveChunkSize(6);
     EXPECT_EQ(Open(client, m_peer.Url("/a"), &m_stream), S_OK);
-    EXPECT_EQ(progress.reports, (std::vector<RecordingProgress::Report>{
-                                    {"connect", 0, 0}, {"receive", 0, 10}, {"receive", 6, 10}, {"receive", 10, 10}}));
+    const std::uint64_t length = KnownLength(10);
+    EXPECT_EQ(progress.reports,
+              (std::vector<RecordingProgress::Report>{
+                  {"connect", 0, 0}, {"receive", 0, length}, {"receive", 6, length}, {"receive", 10, length}}));
     EXPECT_EQ(progress.completions, 1);
     EXPECT_EQ(progress.statusCode, 200u);
-    EXPECT_EQ(progress.length, 10u);
+    EXPECT_EQ(progress.length, length);
     EXPECT_FALSE(progress.hadBuffer);
+}
+
+TEST_P(OpenUrl, AnObserverIsToldTheLastError) {
+    m_peer.On("/a", PeerReply::Ok("abc"));
+    m_stream.atComplete = [] { SetLastError(4321); };
+    RecordingProgress progress;
+    NetKernelBase client(nullptr, &progress);
+    EXPECT_EQ(Open(client, m_peer.Url("/a"), &m_stream), S_OK);
+    EXPECT_EQ(progress.lastError, 4321u);
 }
 
 TEST_P(OpenUrl, AnObserverMayCancelTheConnection) {
@@ -148,9 +197,13 @@ TEST_P(OpenUrl, AnObserverMayCancelTheBody) {
     progress.cancelFrom = 4;
     NetKernelBase client(nullptr, &progress);
     client.SetReceiveChunkSize(4);
-    EXPECT_EQ(Open(client, m_peer.Url("/a"), &m_stream), E_FAIL);
+    const HRESULT result = Open(client, m_peer.Url("/a"), &m_stream);
     EXPECT_EQ(m_stream.body, "0123");
     EXPECT_EQ(m_stream.calls.back(), "complete");
+    if (UnderWine()) {
+        GTEST_SKIP() << kWineKnowsNoLength;
+    }
+    EXPECT_EQ(result, E_FAIL);
 }
 
 TEST_P(OpenUrl, AnObserverThatCancelsAtTheEndChangesNothing) {

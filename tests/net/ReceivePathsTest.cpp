@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -38,6 +39,57 @@ TEST_P(ReceiveToFile, TheStreamMayNameTheFile) {
     EXPECT_EQ(ContentOf(m_file), "abc");
 }
 
+// What a stream puts in the place of the body in memory, which the observer owns from then on.
+BYTE* SomeBuffer() {
+    BYTE* const buffer = new BYTE[RecordingStream::kGivenLength];
+    std::copy_n("given", RecordingStream::kGivenLength, buffer);
+    return buffer;
+}
+
+TEST_P(ReceiveToFile, TheStreamsBufferReachesTheObserver) {
+    m_peer.On("/a", PeerReply::Ok("abc"));
+    m_stream.file = m_file.wstring();
+    m_stream.giveBuffer = SomeBuffer;
+    RecordingProgress progress;
+    NetKernelBase client(nullptr, &progress);
+    EXPECT_EQ(Open(client, m_peer.Url("/a"), &m_stream), S_OK);
+    EXPECT_EQ(ContentOf(m_file), "abc");
+    EXPECT_TRUE(progress.hadBuffer);
+    EXPECT_EQ(progress.body, "given");
+}
+
+TEST_P(ReceiveToFile, TheStreamsBufferReachesTheObserverWhenTheBodyGoesToTheStreamAfterAll) {
+    m_peer.On("/a", PeerReply::Ok("abcde"));
+    m_stream.giveBuffer = SomeBuffer;
+    RecordingProgress progress;
+    NetKernelBase client(nullptr, &progress);
+    EXPECT_EQ(Open(client, m_peer.Url("/a"), &m_stream), S_OK);
+    EXPECT_EQ(m_stream.body, "abcde");
+    EXPECT_EQ(progress.body, "given");
+}
+
+TEST_P(ReceiveToFile, ABodyInMemoryGoesBeforeTheStreamsBuffer) {
+    m_peer.On("/a", PeerReply::Ok("abcde"));
+    std::vector<BYTE> streams(RecordingStream::kGivenLength);  // nobody takes it
+    m_stream.giveBuffer = [&streams] { return streams.data(); };
+    m_stream.useWrite = false;
+    RecordingProgress progress;
+    NetKernelBase client(nullptr, &progress);
+    EXPECT_EQ(Open(client, m_peer.Url("/a"), &m_stream), S_OK);
+    EXPECT_EQ(progress.body, "abcde");
+}
+
+TEST_P(ReceiveToFile, ARequestThatFailsLeavesTheStreamItsBuffer) {
+    m_peer.On("/a", PeerReply::Ok("abcde"));
+    std::vector<BYTE> streams(RecordingStream::kGivenLength);
+    m_stream.giveBuffer = [&streams] { return streams.data(); };
+    m_stream.writeResult = 0;
+    RecordingProgress progress;
+    NetKernelBase client(nullptr, &progress);
+    EXPECT_EQ(Open(client, m_peer.Url("/a"), &m_stream), E_FAIL);
+    EXPECT_EQ(progress.completions, 0);
+}
+
 TEST_P(ReceiveToFile, BodiesAreAppended) {
     m_peer.On("/a", PeerReply::Ok("abc"));
     NetKernelBase client;
@@ -52,6 +104,9 @@ TEST_P(ReceiveToFile, ATruncatedBodySucceedsAllTheSame) {
     NetKernelBase client;
     EXPECT_EQ(Open(client, m_peer.Url("/a"), nullptr, {.responseFile = m_file.wstring()}), S_OK);
     EXPECT_EQ(ContentOf(m_file), "abc");
+    if (UnderWine()) {
+        GTEST_SKIP() << kWineEndsAShortBody;
+    }
     EXPECT_TRUE(
         log.Contains("[Error] NetKernelBase::ReceiveResponseToFile InternetReadFile failed. Last error: 12030"));
 }
@@ -87,6 +142,9 @@ class ReceiveToStreamBuffer : public BothTwins {
 KV_FOR_BOTH_TWINS(ReceiveToStreamBuffer);
 
 TEST_P(ReceiveToStreamBuffer, TheBodyIsReadIntoTheStreamsAreas) {
+    if (UnderWine()) {
+        GTEST_SKIP() << kWineKnowsNoLength;
+    }
     m_peer.On("/a", PeerReply::Ok("0123456789"));
     m_stream.areaOffered = 4;
     LogCapture log(4);
@@ -102,6 +160,9 @@ TEST_P(ReceiveToStreamBuffer, TheBodyIsReadIntoTheStreamsAreas) {
 }
 
 TEST_P(ReceiveToStreamBuffer, AreasAreUsedUpToTheChunkSize) {
+    if (UnderWine()) {
+        GTEST_SKIP() << kWineKnowsNoLength;
+    }
     m_peer.On("/a", PeerReply::Ok("0123456789"));
     NetKernelBase client;
     client.SetReceiveChunkSize(3);
@@ -122,12 +183,19 @@ TEST_P(ReceiveToStreamBuffer, AnAreaOfNothingEndsTheReading) {
     m_stream.areaOffered = 0;
     LogCapture log(4);
     NetKernelBase client;
-    EXPECT_EQ(Open(client, m_peer.Url("/a"), &m_stream), E_FAIL);
+    const HRESULT result = Open(client, m_peer.Url("/a"), &m_stream);
     EXPECT_EQ(m_stream.calls.back(), "complete");
+    if (UnderWine()) {
+        GTEST_SKIP() << kWineKnowsNoLength;
+    }
+    EXPECT_EQ(result, E_FAIL);
     EXPECT_TRUE(log.Contains(" NetKernelBase::ReceiveResponseToStream2 End Success: False"));
 }
 
 TEST_P(ReceiveToStreamBuffer, ABrokenBodyIsErrorType1) {
+    if (UnderWine()) {
+        GTEST_SKIP() << kWineEndsAShortBody;
+    }
     m_peer.On("/a", PeerReply::Truncated("abc", 10));
     LogCapture log(3);
     NetKernelBase client;
@@ -137,6 +205,9 @@ TEST_P(ReceiveToStreamBuffer, ABrokenBodyIsErrorType1) {
 }
 
 TEST_P(ReceiveToStreamBuffer, ASilentBodyIsErrorType2) {
+    if (UnderWine()) {
+        GTEST_SKIP() << kWineTellsSocketErrors;
+    }
     m_peer.On("/a", PeerReply::Head(10).Stall());
     NetKernelBase client;
     client.SetReceiveTimeout(80);
@@ -145,6 +216,9 @@ TEST_P(ReceiveToStreamBuffer, ASilentBodyIsErrorType2) {
 }
 
 TEST_P(ReceiveToStreamBuffer, ACancelStopsAndCompletes) {
+    if (UnderWine()) {
+        GTEST_SKIP() << kWineKnowsNoLength;
+    }
     m_peer.On("/a", PeerReply::Ok("0123456789"));
     m_stream.areaOffered = 4;
     RecordingProgress progress;
@@ -165,6 +239,9 @@ class ReceiveToHeapBuffer : public BothTwins {
 KV_FOR_BOTH_TWINS(ReceiveToHeapBuffer);
 
 TEST_P(ReceiveToHeapBuffer, WithoutAStreamTheObserverGetsTheBody) {
+    if (UnderWine()) {
+        GTEST_SKIP() << kWineKnowsNoLength;
+    }
     m_peer.On("/a", PeerReply::Ok(std::string(200'000, 'x')));
     EXPECT_EQ(Open(m_client, m_peer.Url("/a"), nullptr), S_OK);
     EXPECT_TRUE(m_progress.body == std::string(200'000, 'x'));
@@ -197,6 +274,9 @@ TEST_P(ReceiveToHeapBuffer, ATruncatedBodySucceedsWithWhatCame) {
     LogCapture log(3);
     EXPECT_EQ(Open(m_client, m_peer.Url("/a"), nullptr), S_OK);
     EXPECT_EQ(m_progress.body, "abc");
+    if (UnderWine()) {
+        GTEST_SKIP() << kWineEndsAShortBody;
+    }
     EXPECT_TRUE(
         log.Contains("[Error] NetKernelBase::ReceiveResponseToBuffer InternetReadFile failed. Last error: 12030"));
 }
@@ -209,6 +289,9 @@ TEST_P(ReceiveToHeapBuffer, ACancelFails) {
 }
 
 TEST_P(ReceiveToHeapBuffer, ALengthThatNoMemoryHoldsFails) {
+    if (UnderWine()) {
+        GTEST_SKIP() << kWineKnowsNoLength;
+    }
     m_peer.On("/a", PeerReply::Truncated("abc", 0x7FFFFFFFFFFFFFFFULL));
     EXPECT_EQ(Open(m_client, m_peer.Url("/a"), nullptr), E_FAIL);
 }

@@ -3,7 +3,10 @@
 namespace kvmpd::test {
 namespace {
 
-using ResponseHeaders = BothTwins;
+class ResponseHeaders : public BothTwins {
+  protected:
+    const std::string m_length = "length " + std::to_string(KnownLength(1));
+};
 KV_FOR_BOTH_TWINS(ResponseHeaders);
 
 TEST_P(ResponseHeaders, TheETagIsToldAndLogged) {
@@ -19,7 +22,7 @@ TEST_P(ResponseHeaders, AnETagThatIsTooLongIsLeftOut) {
     m_peer.On("/a", PeerReply::Ok("x", {{"ETag", std::string(256, 'e')}}));
     NetKernelBase client;
     EXPECT_EQ(Open(client, m_peer.Url("/a"), &m_stream), S_OK);
-    EXPECT_EQ(m_stream.calls, (std::vector<std::string>{"length 1", "type ", "complete"}));
+    EXPECT_EQ(m_stream.calls, (std::vector<std::string>{m_length, "type ", "complete"}));
 }
 
 TEST_P(ResponseHeaders, ALongContentTypeIsWhole) {
@@ -38,13 +41,16 @@ TEST_P(ResponseHeaders, WantedHeadersAreQueriedByName) {
     LogCapture log(3);
     NetKernelBase client;
     EXPECT_EQ(Open(client, m_peer.Url("/a"), &m_stream), S_OK);
-    EXPECT_EQ(m_stream.calls, (std::vector<std::string>{"length 1", "type ", "header X-One=1",
+    EXPECT_EQ(m_stream.calls, (std::vector<std::string>{m_length, "type ", "header X-One=1",
                                                         "header x-long=" + std::string(1000, 'l'), "complete"}));
     EXPECT_TRUE(log.Contains(" NetKernelBase::QueryResponseInfo Query header: X-One"));
     EXPECT_TRUE(log.Contains(" NetKernelBase::QueryResponseInfo Query header: X-None"));
 }
 
 TEST_P(ResponseHeaders, ALengthBeyond32BitsReachesTheStreamWhole) {
+    if (UnderWine()) {
+        GTEST_SKIP() << kWineKnowsNoLength;
+    }
     m_peer.On("/a", PeerReply::Truncated("x", 0x1234567890ULL));
     NetKernelBase client;
     EXPECT_EQ(Open(client, m_peer.Url("/a"), &m_stream), E_FAIL);

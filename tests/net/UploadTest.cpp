@@ -61,6 +61,9 @@ TEST_P(PostData, AServerThatDoesNotReadEndsWithTheSendTimeOut) {
 }
 
 TEST_P(PostData, AServerThatClosesAfterTheBodyFailsTheEnd) {
+    if (UnderWine()) {
+        GTEST_SKIP() << kWineTakesAClosedConnectionForAResponse;
+    }
     m_peer.On("/p", PeerReply::CloseAtOnce());
     LogCapture log(3);
     NetKernelBase client;
@@ -145,6 +148,9 @@ TEST_P(UploadStream, AStreamThatEndsBeforeItsLengthFails) {
 }
 
 TEST_P(UploadStream, AFailedWriteIsLogged) {
+    if (UnderWine()) {
+        GTEST_SKIP() << kWineWritesMoreThanAnnounced;
+    }
     m_stream.upload = "0123456789";
     m_stream.uploadLength = 4;  // the stream gives more than it announced
     LogCapture log(3);
@@ -162,6 +168,9 @@ TEST_P(UploadStream, ACancelFails) {
 }
 
 TEST_P(UploadStream, AServerThatClosesAfterTheBodyFailsTheEnd) {
+    if (UnderWine()) {
+        GTEST_SKIP() << kWineTakesAClosedConnectionForAResponse;
+    }
     m_peer.On("/u", PeerReply::CloseAtOnce());
     m_stream.upload = "x";
     LogCapture log(3);

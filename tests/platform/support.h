@@ -1,5 +1,5 @@
-// What the conformance tests of the platform calls share. These tests include nothing but platform/win32.h and the
-// standard library, so that the same source runs against Windows' own calls.
+// What the conformance tests of the platform calls share. These tests include nothing of the component's but
+// platform/win32.h, so that the same source runs against Windows' own calls.
 #ifndef TESTS_PLATFORM_SUPPORT_H_
 #define TESTS_PLATFORM_SUPPORT_H_
 
@@ -11,6 +11,7 @@
 #include <string>
 
 #include "platform/win32.h"
+#include "tests/support/Environment.h"
 
 namespace platform_test {
 

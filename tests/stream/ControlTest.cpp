@@ -105,14 +105,17 @@ TEST_F(Control, TheLengthHasNoEnd) {
 TEST_F(Control, LockKeepsOtherThreadsOutAndMayBeTakenAgain) {
     Stream().Lock();
     Stream().Lock();
+    Gate started;
     Gate entered;
     std::thread other([&] {
+        started.Pass();
         Stream().Lock();
         entered.Pass();
         Stream().Unlock();
     });
+    started.WaitForArrivals(1);
     Stream().Unlock();
-    EXPECT_EQ(entered.Arrivals(), 0);
+    EXPECT_FALSE(entered.ArriveWithin(1, kGrace));
     Stream().Unlock();
     entered.WaitForArrivals(1);
     other.join();

@@ -46,6 +46,30 @@ TEST_F(PlatformFault, FailedStepsAreLoggedAtLevelThree) {
     ExpectLevel(3, "[Error] KVMPDStream::Init Failed to create thread to download", [&] { initWithout(2); });
 }
 
+TEST_F(PlatformFault, AnotherUrlWhoseLoaderCannotBeStartedLeavesCacheAndBuffersAlone) {
+    EXPECT_EQ(Stream().Init(L"http://origin/live.mpd"), S_OK);
+    Loader().CloseThread();
+    PushSegments(100, 2, 1000, 300, 30);
+    m_log.Clear();
+    const FailingThreadCreation failure(1);
+    EXPECT_EQ(Stream().Init(L"http://origin/other.mpd"), static_cast<HRESULT>(0x800700A4));
+    EXPECT_EQ(Access::CacheSize(Stream()), 2u);
+    EXPECT_EQ(m_log.Count(" KVMPDStream::releaseBuffer "), 0u);
+    EXPECT_EQ(m_log.Count(" KVMPDStream::resetSegmentCache "), 0u);
+    EXPECT_EQ(m_log.CountPrefix("[Error] KVMPDStream::Init"), 0u);
+}
+
+TEST_F(PlatformFault, ACallbackWhoseThreadCannotBeStartedIsAnError) {
+    {
+        const FailingThreadCreation failure(1);
+        EXPECT_EQ(Stream().SetCallback(&m_host), static_cast<HRESULT>(0x800700A4));
+    }
+    EXPECT_TRUE(m_log.Contains(" KVMPDStream::SetCallback set callback: 0x800700A4"));
+    EXPECT_FALSE(Stream().EventHandler().IsThreadRunning());
+    m_stream.reset();
+    EXPECT_EQ(m_host.References(), 0);
+}
+
 TEST_F(PlatformFault, AnInitWithoutAFeedThreadIsNotTold) {
     const FailingThreadCreation failure(3);
     EXPECT_EQ(Stream().Init(L"http://origin/live.mpd"), S_OK);

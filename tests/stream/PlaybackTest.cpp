@@ -125,6 +125,44 @@ TEST_F(Playback, AnotherQualityWakesALoaderThatHadGivenUp) {
     m_host.WaitFor("0(0,60000)");
 }
 
+// After a failed fetch the loader sleeps without limit, and there is no manifest whose loss would wake it.
+
+class PlaybackAfterAFailure : public Playback {
+  protected:
+    PlaybackAfterAFailure() {
+        m_manifests->Fail(E_FAIL);
+        EXPECT_EQ(Stream().Init(L"http://origin/live.mpd"), S_OK);
+        EXPECT_TRUE(m_log.WaitForPrefix("[Error] MpdLoader::ThreadProc failed to get mpd"));
+        Start(100, 10, 60000);  // the same URL: only the manifest is there now
+    }
+};
+
+TEST_F(PlaybackAfterAFailure, ASeekWakesTheLoader) {
+    EXPECT_EQ(Stream().SeekToTargetSegment(104), 1);
+    m_host.WaitFor("0(0,60000)");
+}
+
+TEST_F(PlaybackAfterAFailure, RunWakesTheLoader) {
+    Loader().pauseParse(1);
+    Stream().Run();
+    m_host.WaitFor("0(0,60000)");
+}
+
+TEST_F(Playback, AnotherUrlFetchesNothingMoreOfTheOldStreamThanWhatIsOnItsWay) {
+    Stream().SetPreferDelaySegment(9);
+    m_media->gate.Close();
+    Start(100, 10, 60000);
+    m_media->gate.WaitForArrivals(1);
+    m_manifests->Set(MakeManifest(500, 10, 60000));
+    EXPECT_EQ(Stream().Init(L"http://origin/other.mpd"), S_OK);
+    m_media->gate.Open();
+    ExpectVideo(0, MediaBytes(500, true, 1000));
+    const std::vector<std::string> urls = m_media->Urls();
+    ASSERT_GE(urls.size(), 4u);
+    EXPECT_EQ(std::vector<std::string>(urls.begin(), urls.begin() + 4),
+              (std::vector<std::string>{AudioUrl(100), VideoUrl(100), AudioUrl(500), VideoUrl(500)}));
+}
+
 TEST_F(Playback, AnotherUrlPlaysTheNewStreamAlone) {
     m_media->gate.Close();
     Start(100, 10, 60000);

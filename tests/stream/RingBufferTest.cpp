@@ -260,6 +260,15 @@ TEST_F(RingBuffer, KeepsTheFileOfTheLastFailedReadOpenUntilTheNextWrite) {
     EXPECT_FALSE(Access::HoldsFailedFile(m_ring));
 }
 
+TEST_F(RingBuffer, ClosesTheFileOfTheLastFailedReadWhenItIsAskedOrCleared) {
+    ASSERT_EQ(Write(250, 10), E_ACCESSDENIED);
+    m_ring.CloseFailedFile();
+    EXPECT_FALSE(Access::HoldsFailedFile(m_ring));
+    ASSERT_EQ(Write(250, 10), E_ACCESSDENIED);
+    m_ring.Clear();
+    EXPECT_FALSE(Access::HoldsFailedFile(m_ring));
+}
+
 TEST_F(RingBuffer, WritesNothingOfAnEmptyRequest) {
     EXPECT_EQ(Write(0, 0), S_OK);
     EXPECT_EQ(m_ring.Used(), 0u);

@@ -30,6 +30,12 @@ struct CRingBufferTestAccess {
 
 struct BufferHandlerTestAccess {
     static const CRingBuffer* Ring(const BufferHandler& handler) { return handler.m_pRing.get(); }
+    /// Says that the ring holds the stream up to `position`, whatever it holds.
+    static void SetEnd(BufferHandler& handler, LONGLONG position) { handler.m_llEndPos = position; }
+    static void SetLastAccess(BufferHandler& handler, LONGLONG position) { handler.m_llLastAccessPos = position; }
+    static bool HoldsFailedFile(const BufferHandler& handler) {
+        return handler.m_pRing && CRingBufferTestAccess::HoldsFailedFile(*handler.m_pRing);
+    }
     static LONGLONG LastAccess(const BufferHandler& handler) { return handler.m_llLastAccessPos; }
 };
 

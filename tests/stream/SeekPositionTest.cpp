@@ -102,6 +102,27 @@ TEST_F(SeekPosition, InTheManifestRefusesWhatLiesPastItsLength) {
     EXPECT_EQ(Loader().Preference().delayTime, static_cast<DWORD>(2000 - 19999));
 }
 
+// Cache, manifest and what was queued are equally long: the manifest counts, and its end is past it.
+TEST_F(SeekPosition, InTheManifestWhenAllLengthsAreEqual) {
+    Publish(100, 1, 2000);
+    PushCounting(100, 1, 2000);
+    EXPECT_EQ(Loader().TotalQueuedDuration(), 2000u);
+    m_log.Clear();
+    EXPECT_EQ(Stream().SetPosition(2000), 0);
+    EXPECT_TRUE(m_log.Contains(" KVMPDStream::SetPosition mpd support seek. Length: 2000"));
+    EXPECT_EQ(Stream().SetPosition(1999), 1);
+    EXPECT_EQ(Loader().Preference().delayTime, 1u);
+}
+
+TEST_F(SeekPosition, InTheCacheOnceThatIsLongerByAMillisecond) {
+    Publish(100, 1, 2000);
+    PushCounting(100, 1, 2001);
+    m_log.Clear();
+    EXPECT_EQ(Stream().SetPosition(2000), 1);
+    EXPECT_TRUE(m_log.Contains(" KVMPDStream::SetPosition find 2000 position in cache"));
+    EXPECT_EQ(Loader().Preference().delayTime, 0u);
+}
+
 TEST_F(SeekPosition, InTheManifestUsesItsLengthOnceMoreHasBeenQueued) {
     Loader().SetPreferDelaySegment(9);
     Publish(100, 10, 2000);  // 20000 ms queued

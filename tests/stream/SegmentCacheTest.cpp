@@ -83,6 +83,14 @@ TEST_F(SegmentCache, AsksTheFilterForItsStateWithoutWaiting) {
     EXPECT_EQ(m_filter.timeout, 0u);
 }
 
+TEST_F(SegmentCache, HoldsNoReferenceOnTheFilter) {
+    Stream().SetFilter(&m_filter);
+    Push(CountingSegment(7, 1, 0));
+    EXPECT_EQ(m_filter.references, 1);
+    Stream().SetFilter(nullptr);
+    EXPECT_EQ(m_filter.references, 1);
+}
+
 TEST_F(SegmentCache, DropsASegmentThatARestartOvertookOnItsWay) {
     Access::Downloader(Stream()).clear();
     m_log.Clear();
@@ -135,11 +143,10 @@ TEST_F(SegmentCache, APartialResetKeepsTheClockAndThePositions) {
 }
 
 TEST_F(SegmentCache, DeletesTheFilesOfWhatItForgets) {
-    const std::shared_ptr<Segment> segment = MakeSegment(100, 2000, 10, 5);
-    Push(segment);
-    EXPECT_TRUE(std::filesystem::exists(m_dir.Path() / "100.mp4"));
+    std::shared_ptr<Segment> segment = MakeSegment(100, 2000, 10, 5);
     const std::weak_ptr<Segment> observed = segment;
-    const_cast<std::shared_ptr<Segment>&>(segment).reset();
+    Push(std::move(segment));
+    EXPECT_TRUE(std::filesystem::exists(m_dir.Path() / "100.mp4"));
     EXPECT_FALSE(observed.expired());
     Stream().resetSegmentCache(true);
     EXPECT_TRUE(observed.expired());

@@ -5,6 +5,7 @@ namespace kvmpd::test {
 namespace {
 
 constexpr char kFeedEnded[] = " KVMPDStream::ThreadProc finish.";
+constexpr char kFeedStuck[] = " KVMPDStream::ReadSegmentCacheToBuffer wait next segment to write.";
 constexpr char kThrottled[] = " KVMPDStream::PushSegmentToCache buffer is full. Start to wait!";
 
 class Stop : public StreamTest {
@@ -130,14 +131,20 @@ TEST_F(Stop, ARestartDuringTheCloseDoesNotTakeTheDownloadersEndMarkerAway) {
     m_media->gate.Close();
     Start(100, 1, 60000);
     m_media->gate.WaitForArrivals(1);
+    m_log.Clear();
     std::thread closer([this] { EXPECT_EQ(Stream().CloseThread(), S_OK); });
-    // The end marker is queued before the base waits for the thread.
-    EXPECT_TRUE(m_log.WaitForPrefix(" SegmentDownloader::CloseThread "));
+    // The end marker is queued before the base waits for the thread: the third such line, after the loader's two.
+    EXPECT_TRUE(m_log.WaitForPrefix(" WorkerProcessor::CloseThread ", 3));
     for (const DWORD quality : {1u, 2u}) {
         Stream().SetVideoQualityID(quality);
         Loader().pauseParse(1);
         Stream().Run();
+        Stream().SeekToTargetSegment(500);
     }
+    // The transfer keeps the downloader from its queue. A closed queue hands out what it holds and then empty pointers.
+    Access::Queue(Stream())->close();
+    const std::shared_ptr<Segment> marker = Access::Queue(Stream())->pop();
+    EXPECT_TRUE(marker && marker->IsEndMarker());
     m_media->gate.Open();
     closer.join();
     ExpectAllEnded();
@@ -207,13 +214,36 @@ TEST_F(Stop, AnInitAfterwardsIsClosedAgainByTheDestructor) {
     EXPECT_TRUE(std::filesystem::is_empty(m_dir.Path()));
 }
 
-TEST_F(Stop, WithTheEventsSignalledTheFeedReturnsAfterAtMostOnePass) {
+// A pass takes the cache lock: while a test has it, a feed thread that ends has made none.
+
+TEST_F(Stop, BeforeTheFeedBeginsItMakesNoPass) {
     Stream().releaseBuffer();
     Push(CountingSegment(100, 1000, 10));
     Access::SetClosing(Stream());
+    const CritSecLock cache(Access::CacheLock(Stream()));
     EXPECT_EQ(Stream().StartThread(), S_OK);
     EXPECT_TRUE(m_log.WaitForPrefix(kFeedEnded));
-    EXPECT_EQ(m_log.CountPrefix("[Error] CRingBuffer"), 0u);
+}
+
+TEST_F(Stop, WhileTheFeedSleepsItMakesNoFurtherPass) {
+    Push(CountingSegment(100, 1000, 10));
+    EXPECT_EQ(Stream().StartThread(), S_OK);
+    EXPECT_TRUE(m_log.WaitForPrefix(kFeedStuck));
+    const CritSecLock cache(Access::CacheLock(Stream()));  // has the pass behind it
+    Access::SetClosing(Stream());
+    Stream().releaseBuffer();  // signals the event
+    EXPECT_TRUE(m_log.WaitForPrefix(kFeedEnded));
+}
+
+TEST_F(Stop, TheFeedSleepsUntilBothEventsAreSignalled) {
+    Push(CountingSegment(100, 1000, 10));
+    EXPECT_EQ(Stream().StartThread(), S_OK);
+    EXPECT_TRUE(m_log.WaitForPrefix(kFeedStuck));
+    EXPECT_TRUE(Access::IsSegmentEventSet(Stream()));
+    // A feed that one event satisfied would be back after its pause of 100 ms.
+    EXPECT_FALSE(m_log.WaitForPrefix(kFeedStuck, 2, 300));
+    Stream().releaseBuffer();
+    EXPECT_TRUE(m_log.WaitForPrefix(kFeedStuck, 2));
 }
 
 TEST_F(Stop, AHundredStartsAndStopsLeaveNothingBehind) {

@@ -7,7 +7,12 @@
 namespace kvmpd::test {
 
 BYTE MediaByte(LONGLONG number, bool isVideo, size_t index) {
-    return static_cast<BYTE>(static_cast<size_t>(number) * 37 + (isVideo ? 0 : 113) + index * 7 + index / 251 + 1);
+    // The finaliser of a 64-bit hash: a few bytes in a row name their segment, their stream and their place in it.
+    std::uint64_t mixed = static_cast<std::uint64_t>(number) << 33 ^ static_cast<std::uint64_t>(index) << 1 ^
+                          static_cast<std::uint64_t>(isVideo);
+    mixed = (mixed ^ mixed >> 33) * 0xFF51AFD7ED558CCDULL;
+    mixed = (mixed ^ mixed >> 33) * 0xC4CEB9FE1A85EC53ULL;
+    return static_cast<BYTE>(mixed >> 56);
 }
 
 std::vector<BYTE> MediaBytes(LONGLONG number, bool isVideo, size_t size) {
@@ -16,34 +21,6 @@ std::vector<BYTE> MediaBytes(LONGLONG number, bool isVideo, size_t size) {
         bytes[i] = MediaByte(number, isVideo, i);
     }
     return bytes;
-}
-
-void Gate::Close() {
-    const std::lock_guard lock(m_mutex);
-    m_open = false;
-}
-
-void Gate::Open() {
-    const std::lock_guard lock(m_mutex);
-    m_open = true;
-    m_changed.notify_all();
-}
-
-void Gate::Pass() {
-    std::unique_lock lock(m_mutex);
-    ++m_arrivals;
-    m_changed.notify_all();
-    m_changed.wait(lock, [this] { return m_open; });
-}
-
-void Gate::WaitForArrivals(int count) {
-    std::unique_lock lock(m_mutex);
-    m_changed.wait(lock, [this, count] { return m_arrivals >= count; });
-}
-
-int Gate::Arrivals() const {
-    const std::lock_guard lock(m_mutex);
-    return m_arrivals;
 }
 
 std::string VideoUrl(LONGLONG number) {
@@ -111,8 +88,14 @@ void MediaScript::FailUrl(std::string url) {
     m_failing.insert(std::move(url));
 }
 
-HRESULT MediaScript::Answer(const std::string& url, std::vector<BYTE>& body) const {
+std::vector<std::string> MediaScript::Urls() const {
     const std::lock_guard lock(m_mutex);
+    return m_urls;
+}
+
+HRESULT MediaScript::Answer(const std::string& url, std::vector<BYTE>& body) {
+    const std::lock_guard lock(m_mutex);
+    m_urls.push_back(url);
     if (m_failing.contains(url)) {
         return E_FAIL;
     }

@@ -12,32 +12,16 @@
 
 #include "events/IKVMPDCallback.h"
 #include "manifest/ManifestSource.h"
-#include "net/INetKernelBase.h"
 #include "platform/com.h"
+#include "tests/support/Gate.h"
+#include "tests/support/InertHttpClient.h"
 
 namespace kvmpd::test {
 
-/// Byte `index` of a segment's video or audio file: no two of a segment's first bytes agree with another segment's.
+/// Byte `index` of a segment's video or audio file. A run of bytes occurs nowhere else in any file, so what was read
+/// can be recomputed from where it should have come from, and from nowhere else.
 BYTE MediaByte(LONGLONG number, bool isVideo, size_t index);
 std::vector<BYTE> MediaBytes(LONGLONG number, bool isVideo, size_t size);
-
-/// A gate that threads pass while it is open.
-class Gate {
-  public:
-    void Close();
-    void Open();
-    /// Counts the thread as arrived, then waits until the gate is open.
-    void Pass();
-    /// Waits until `count` threads have arrived since the construction.
-    void WaitForArrivals(int count);
-    int Arrivals() const;
-
-  private:
-    mutable std::mutex m_mutex;
-    std::condition_variable m_changed;
-    bool m_open = true;
-    int m_arrivals = 0;
-};
 
 /// A timeline with one video and one audio set. The video set has the qualities 1 (360 lines) and 2 (720 lines).
 MPD MakeManifest(LONGLONG firstNumber, size_t count, DWORD duration);
@@ -69,37 +53,28 @@ struct MediaScript {
     Gate gate;  ///< Every request passes it.
     void SetSizes(size_t video, size_t audio);
     void FailUrl(std::string url);
+    /// What has been asked for so far, in this order.
+    std::vector<std::string> Urls() const;
     /// S_OK and the body, or E_FAIL.
-    HRESULT Answer(const std::string& url, std::vector<BYTE>& body) const;
+    HRESULT Answer(const std::string& url, std::vector<BYTE>& body);
 
   private:
     mutable std::mutex m_mutex;
     size_t m_videoSize = 1000;
     size_t m_audioSize = 100;
     std::set<std::string> m_failing;
+    std::vector<std::string> m_urls;
 };
 
 std::string VideoUrl(LONGLONG number);
 std::string AudioUrl(LONGLONG number);
 
-class ScriptedHttp final : public INetKernelBase {
+class ScriptedHttp final : public InertHttpClient {
   public:
     explicit ScriptedHttp(std::shared_ptr<MediaScript> script) : m_script(std::move(script)) {}
     HRESULT OpenUrl(const char* url, const char* verb, const wchar_t* proxy, BOOL disableProxy, const char* headers,
                     const wchar_t* responseFile, const BYTE* postData, DWORD postLength,
                     INetKernelContentStream* stream) override;
-    HRESULT OpenUrlW(const wchar_t*, const wchar_t*, const wchar_t*, BOOL, const wchar_t*, const wchar_t*, const BYTE*,
-                     DWORD, INetKernelContentStream*) override {
-        return E_NOTIMPL;
-    }
-    void SetReceiveChunkSize(DWORD) override {}
-    void Close() override {}
-    DWORD Reset() override { return 0; }
-    DWORD GetErrorType() override { return 0; }
-    void SetReceiveTimeout(DWORD) override {}
-    void SetSendTimeout(DWORD) override {}
-    DWORD Reserved8() override { return 0; }
-    DWORD Reserved9() override { return 0; }
 
   private:
     const std::shared_ptr<MediaScript> m_script;
@@ -112,6 +87,7 @@ class FakeFilter final : public IBaseFilter {
     std::atomic<HRESULT> result{S_OK};
     std::atomic<int> asked{0};
     std::atomic<DWORD> timeout{99};
+    std::atomic<LONG> references{1};  ///< The test's own.
 
     HRESULT STDMETHODCALLTYPE GetState(DWORD milliseconds, FILTER_STATE* out) override {
         ++asked;
@@ -120,8 +96,8 @@ class FakeFilter final : public IBaseFilter {
         return result;
     }
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void**) override { return E_NOINTERFACE; }
-    ULONG STDMETHODCALLTYPE AddRef() override { return 2; }
-    ULONG STDMETHODCALLTYPE Release() override { return 1; }
+    ULONG STDMETHODCALLTYPE AddRef() override { return static_cast<ULONG>(++references); }
+    ULONG STDMETHODCALLTYPE Release() override { return static_cast<ULONG>(--references); }
     HRESULT STDMETHODCALLTYPE GetClassID(CLSID*) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE Stop() override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE Pause() override { return E_NOTIMPL; }

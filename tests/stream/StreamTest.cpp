@@ -4,6 +4,7 @@
 
 #include "common/Log.h"
 #include "common/Text.h"
+#include "tests/stream/RingTestAccess.h"
 
 namespace kvmpd {
 
@@ -45,6 +46,12 @@ bool KVMPDStreamTestAccess::IsBufferEventSet(KVMPDStream& stream) {
 
 bool KVMPDStreamTestAccess::IsSegmentEventSet(KVMPDStream& stream) {
     return WaitForSingleObject(stream.m_hSegmentEvent.get(), 0) == WAIT_OBJECT_0;
+}
+
+bool KVMPDStreamTestAccess::HoldsFailedFile(KVMPDStream& stream) {
+    const CritSecLock bufferLock(stream.m_csBuffer);
+    return BufferHandlerTestAccess::HoldsFailedFile(stream.m_videoBuffer) ||
+           BufferHandlerTestAccess::HoldsFailedFile(stream.m_audioBuffer);
 }
 
 LONG KVMPDStreamTestAccess::BufferSize(KVMPDStream& stream) {

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <string>
@@ -53,6 +54,8 @@ struct KVMPDStreamTestAccess {
 
     static CritSec& CacheLock(KVMPDStream& stream) { return stream.m_csCache; }
     static CritSec& BufferLock(KVMPDStream& stream) { return stream.m_csBuffer; }
+    /// Whether one of the buffers holds the file of a failed read open.
+    static bool HoldsFailedFile(KVMPDStream& stream);
     static LONG BufferSize(KVMPDStream& stream);
     static DWORD MaxCacheTime(KVMPDStream& stream) { return stream.m_nMaxCacheTime; }
     static bool IsClosing(KVMPDStream& stream) { return stream.m_bClosing != 0; }
@@ -71,6 +74,9 @@ struct KVMPDStreamTestAccess {
 };
 
 namespace test {
+
+/// How long a thread that is to stay where it is is watched.
+inline constexpr std::chrono::milliseconds kGrace{50};
 
 class StreamTest : public testing::Test {
   protected:

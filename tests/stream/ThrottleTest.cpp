@@ -25,7 +25,7 @@ class Throttle : public StreamTest {
             m_released.Pass();
         });
         EXPECT_TRUE(m_log.WaitForPrefix(kWaits));
-        EXPECT_EQ(m_released.Arrivals(), 0);
+        EXPECT_FALSE(m_released.ArriveWithin(1, kGrace));
     }
     void ExpectReleased() {
         m_released.WaitForArrivals(1);
@@ -88,7 +88,7 @@ TEST_F(Throttle, HoldsNoLockThatAReaderOrTheFeedNeeds) {
     LONGLONG start = 0;
     LONGLONG end = 0;
     EXPECT_EQ(Stream().Size(&start, &end), S_OK);
-    EXPECT_EQ(m_released.Arrivals(), 0);
+    EXPECT_FALSE(m_released.ArriveWithin(1, kGrace)) << "the feed consumes nothing";
 }
 
 class NoThrottle : public StreamTest {};

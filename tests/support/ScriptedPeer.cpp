@@ -25,8 +25,9 @@ std::string_view Trim(std::string_view text) {
                                            : text.substr(first, text.find_last_not_of(" \t\r") - first + 1);
 }
 
+/// A server that closes after each response says so: a client is not to send its next request on that connection.
 std::string HeadText(int status, const PeerReply::Headers& headers) {
-    std::string text = "HTTP/1.1 " + std::to_string(status) + " Scripted\r\n";
+    std::string text = "HTTP/1.1 " + std::to_string(status) + " Scripted\r\nConnection: close\r\n";
     for (const auto& [name, value] : headers) {
         text += name + ": " + value + "\r\n";
     }
@@ -76,7 +77,7 @@ PeerReply PeerReply::Respond(int status, std::string body, const Headers& header
 }
 
 PeerReply PeerReply::NoLength(std::string body, const Headers& headers) {
-    return Raw(HeadText(200, headers) + "Connection: close\r\n\r\n" + body);
+    return Raw(HeadText(200, headers) + "\r\n" + body);
 }
 
 PeerReply PeerReply::Truncated(std::string body, std::uint64_t announced) {

@@ -1,6 +1,7 @@
 // The few socket calls that test peers need, in one place: another system's socket library is put under here.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -55,7 +56,7 @@ class Listener {
 
   private:
     std::uint16_t m_port = 0;
-    std::intptr_t m_native;  // made after m_port, which it fills in
+    std::atomic<std::intptr_t> m_native;  // made after m_port, which it fills in; Interrupt may end it
 };
 
 /// A port of 127.0.0.1 on which nobody listens (it was free a moment ago).

@@ -1,6 +1,6 @@
-#include <cstdlib>
-
 #include <gtest/gtest.h>
+
+#include "tests/support/Environment.h"
 
 namespace {
 
@@ -8,11 +8,7 @@ namespace {
 void ForgetProxies() {
     for (const char* name :
          {"http_proxy", "https_proxy", "HTTP_PROXY", "HTTPS_PROXY", "all_proxy", "ALL_PROXY", "no_proxy", "NO_PROXY"}) {
-#ifdef _WIN32
-        _putenv_s(name, "");
-#else
-        unsetenv(name);
-#endif
+        kvmpd::test::UnsetVariable(name);
     }
 }
 

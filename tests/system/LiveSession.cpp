@@ -42,11 +42,7 @@ std::string TestOrigin::Segment(int representation, std::int64_t number) const {
     return origin::PatternMedia::Range(representation, number, 0, m_media->Size(representation, segment));
 }
 
-LiveSession::LiveSession() {
-    // Through the class factory, as CoCreateInstance does it.
-    ComPtr<IClassFactory> factory;
-    Check(DllGetClassObject(CLSID_KVMPDFilter, IID_IClassFactory, factory.putVoid()), "class factory");
-    Check(factory->CreateInstance(nullptr, IID_IBaseFilter, m_filter.putVoid()), "creation");
+LiveSession::LiveSession(ComPtr<IBaseFilter> filter, const Connect& connect) : m_filter(std::move(filter)) {
     Check(m_filter->QueryInterface(IID_IKVMPDSource, m_control.putVoid()), "control interface");
 
     ComPtr<IEnumPins> pins;
@@ -54,7 +50,7 @@ LiveSession::LiveSession() {
     ULONG fetched = 0;
     Check(pins->Next(1, m_output.put(), &fetched), "output pin");
     m_sink = ComPtr<PullSink>(new PullSink);
-    Check(m_output->Connect(&m_sink->Input(), nullptr), "connection");
+    Check(connect(*m_output.get(), *m_sink.get()), "connection");
 
     Check(m_control->SetCallback(&m_events), "callback");
     std::string folder = m_folder.Path().string();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -43,7 +44,12 @@ class TestOrigin {
 /// component.
 class LiveSession {
   public:
+    /// A filter from the module that the test is linked with, its pin connected directly.
     LiveSession();
+    /// `filter` is the source filter; `connect` connects its output pin with the sink's input pin, in a graph or
+    /// without.
+    using Connect = std::function<HRESULT(IPin& output, PullSink& sink)>;
+    LiveSession(ComPtr<IBaseFilter> filter, const Connect& connect);
     ~LiveSession();
     LiveSession(const LiveSession&) = delete;
     LiveSession& operator=(const LiveSession&) = delete;

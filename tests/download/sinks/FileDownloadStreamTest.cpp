@@ -19,6 +19,7 @@ class FileDownloadStreamTest : public testing::Test {
         return sink.WriteInputStream(reinterpret_cast<const BYTE*>(data.data()), static_cast<DWORD>(data.size()));
     }
     static void PutFile(FileDownloadStream& sink, SharedFile file) { sink.m_file = std::move(file); }
+    static const SharedFile& File(const FileDownloadStream& sink) { return sink.m_file; }
     static void SetResumeOffset(FileDownloadStream& sink, std::int64_t offset) { sink.m_resumeOffset = offset; }
 
     std::string Content() const {
@@ -92,9 +93,18 @@ TEST_F(FileDownloadStreamTest, AnAttemptAfterACompleteOneFindsTheFileTaken) {
 
 TEST_F(FileDownloadStreamTest, AnAttemptAfterOneThatStoppedInTheBodyAppends) {
     Write(m_sink, "abc");
-    Write(m_sink, "def");
-    EXPECT_EQ(m_sink.Written(), 6u);
-    m_sink.OnWriteComplete();
+    SharedFile file = File(m_sink);
+    const SharedFile refusing =
+        OpenFileAndSeek((m_dir.Path() / "other").wstring(), 0, GENERIC_READ, FILE_SHARE_READ, OPEN_ALWAYS, 0);
+    PutFile(m_sink, refusing);
+    EXPECT_EQ(Write(m_sink, "XY"), 0);  // here the first attempt ends, without OnWriteComplete
+    EXPECT_EQ(File(m_sink), refusing) << "the failed write lets go of nothing";
+    PutFile(m_sink, std::move(file));  // the sink is the last to hold it: it cannot be read while it is held
+    m_log.Clear();
+    EXPECT_EQ(Write(m_sink, "def"), 1);
+    EXPECT_EQ(m_log.Lines(), std::vector<std::string>{}) << "nothing is opened again";
+    EXPECT_EQ(m_sink.Written(), 8u);
+    EXPECT_EQ(m_sink.OnWriteComplete(), 1);
     EXPECT_EQ(Content(), "abcdef");
 }
 

@@ -9,6 +9,7 @@
 #include "tests/support/LogCapture.h"
 #include "tests/support/ScriptedPeer.h"
 #include "tests/support/TempDir.h"
+#include "tests/support/Wine.h"
 
 namespace kvmpd::test {
 namespace {
@@ -67,11 +68,15 @@ TEST(SinksOverHttp, ATruncatedBodyLeavesItsBytesInAClosedFile) {
     TempDir dir;
     LogCapture log(3);
     FileDownloadStream sink((dir.Path() / "f").wstring());
-    EXPECT_EQ(Get(peer.Url("/f"), sink), E_FAIL);
+    const HRESULT result = Get(peer.Url("/f"), sink);
     EXPECT_EQ(std::filesystem::file_size(dir.Path() / "f"), 3u);
     // The next attempt finds the file in its way.
     EXPECT_EQ(Get(peer.Url("/f"), sink), E_FAIL);
     EXPECT_TRUE(log.Contains("[Error] OpenFileAndSeek Create file fail, error code: 80"));
+    if (UnderWine()) {
+        GTEST_SKIP() << kWineEndsAShortBody << "; " << kWineKnowsNoLength;
+    }
+    EXPECT_EQ(result, E_FAIL);
 }
 
 TEST(SinksOverHttp, AnAttemptThatFailedBeforeTheBodyLeavesNoFile) {
@@ -80,10 +85,14 @@ TEST(SinksOverHttp, AnAttemptThatFailedBeforeTheBodyLeavesNoFile) {
     peer.On("/f", PeerReply::Ok("abc"));
     TempDir dir;
     FileDownloadStream sink((dir.Path() / "f").wstring());
-    EXPECT_EQ(Get(peer.Url("/f"), sink), E_FAIL);
+    const HRESULT result = Get(peer.Url("/f"), sink);
     EXPECT_FALSE(std::filesystem::exists(dir.Path() / "f"));
     EXPECT_EQ(Get(peer.Url("/f"), sink), S_OK);
     EXPECT_EQ(std::filesystem::file_size(dir.Path() / "f"), 3u);
+    if (UnderWine()) {
+        GTEST_SKIP() << kWineTakesAClosedConnectionForAResponse;
+    }
+    EXPECT_EQ(result, E_FAIL);
 }
 
 }  // namespace

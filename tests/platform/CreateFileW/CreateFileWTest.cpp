@@ -67,10 +67,17 @@ TEST_F(CreateFileWTest, OpenAlwaysKeepsAnExistingFileAndSaysSo) {
     EXPECT_TRUE(LastErrorIs(NO_ERROR));
 }
 
-TEST_F(CreateFileWTest, TruncateExistingNeedsTheFileAndWriteAccess) {
+TEST_F(CreateFileWTest, TruncateExistingNeedsWriteAccess) {
+    if (kvmpd::test::UnderWine()) {
+        GTEST_SKIP() << "Wine truncates for a reader, too";
+    }
     WriteWholeFile(Path("old"), "text");
     EXPECT_EQ(Open(Path("old"), GENERIC_READ, TRUNCATE_EXISTING), INVALID_HANDLE_VALUE);
     EXPECT_TRUE(LastErrorIs(ERROR_INVALID_PARAMETER));
+}
+
+TEST_F(CreateFileWTest, TruncateExistingNeedsTheFile) {
+    WriteWholeFile(Path("old"), "text");
     EXPECT_EQ(Open(Path("none"), GENERIC_WRITE, TRUNCATE_EXISTING), INVALID_HANDLE_VALUE);
     EXPECT_TRUE(LastErrorIs(ERROR_FILE_NOT_FOUND));
     {

@@ -38,7 +38,7 @@ TEST_F(ReadFileTest, AtTheEndSucceedsWithFewerBytesAndThenNone) {
 
 TEST_F(ReadFileTest, BehindTheEndReadsNothing) {
     const OwnedHandle file(Open(m_path, GENERIC_READ, OPEN_EXISTING));
-    LONG high = 0x1000;
+    LONG high = 0x10;
     EXPECT_EQ(SetFilePointer(file, 0, &high, FILE_BEGIN), 0u);
     EXPECT_TRUE(ReadFile(file, m_buffer, 4, &m_read, nullptr));
     EXPECT_EQ(m_read, 0u);

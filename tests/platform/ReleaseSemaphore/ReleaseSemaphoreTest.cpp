@@ -34,6 +34,9 @@ TEST(ReleaseSemaphore, DoesNotOverflowNearTheLargestCount) {
 }
 
 TEST(ReleaseSemaphore, RefusesACountBelowOne) {
+    if (kvmpd::test::UnderWine()) {
+        GTEST_SKIP() << "Wine takes a count of 0, and reads a negative one as too large";
+    }
     const OwnedHandle semaphore(Semaphore(0, 2));
     EXPECT_FALSE(ReleaseSemaphore(semaphore, 0, nullptr));
     EXPECT_TRUE(LastErrorIs(ERROR_INVALID_PARAMETER));

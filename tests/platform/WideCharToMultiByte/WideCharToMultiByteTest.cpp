@@ -52,6 +52,9 @@ TEST(WideCharToMultiByte, RefusesALoneSurrogateWhenAskedTo) {
 }
 
 TEST(WideCharToMultiByte, RefusesDefaultCharactersForUtf8) {
+    if (kvmpd::test::UnderWine()) {
+        GTEST_SKIP() << "Wine takes default characters for UTF-8 and ignores them";
+    }
     BOOL used = FALSE;
     EXPECT_EQ(WideCharToMultiByte(CP_UTF8, 0, L"a", -1, nullptr, 0, "?", nullptr), 0);
     EXPECT_TRUE(LastErrorIs(ERROR_INVALID_PARAMETER));

@@ -55,6 +55,14 @@ using Writes = std::vector<std::string>;
 
 }  // namespace
 
+TEST(PosixDebugOutput, LeavesTheLastErrorAlone) {
+    CapturedWrites captured;
+    SetLastError(4711);
+    OutputDebugStringA("a line of the narrow debug output\n");
+    OutputDebugStringW(L"a line of the wide debug output\n");
+    EXPECT_TRUE(LastErrorIs(4711));
+}
+
 TEST(PosixDebugOutput, ALineIsOneWrite) {
     CapturedWrites captured;
     OutputDebugStringA("[MpdSrc] KVMPDFilter::Run \n");

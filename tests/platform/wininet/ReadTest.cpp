@@ -92,11 +92,17 @@ TEST(InternetReadFile, ATruncatedBodyIsDeliveredBeforeItsError) {
     std::string block;
     EXPECT_EQ(exchange.Read(50, block), 0u);
     EXPECT_EQ(block, "abcdef");
+    if (UnderWine()) {
+        GTEST_SKIP() << kWineEndsAShortBody;
+    }
     EXPECT_EQ(exchange.Read(50, block), ERROR_INTERNET_CONNECTION_ABORTED);
     EXPECT_EQ(exchange.Read(50, block), ERROR_INTERNET_CONNECTION_ABORTED);
 }
 
 TEST(InternetReadFile, AResetInTheBodyIsAReset) {
+    if (UnderWine()) {
+        GTEST_SKIP() << "Wine tells a reset in the body as 10054, or ends the body like a whole one";
+    }
     ScriptedPeer peer;
     peer.On("/b", PeerReply::Head(100).Stall().Reset());
     Exchange exchange(peer.Port(), "/b");
@@ -107,6 +113,9 @@ TEST(InternetReadFile, AResetInTheBodyIsAReset) {
 }
 
 TEST(InternetReadFile, SilenceForTheReceiveTimeOutEndsIt) {
+    if (UnderWine()) {
+        GTEST_SKIP() << "Wine loses what came before the silence; " << kWineTellsSocketErrors;
+    }
     ScriptedPeer peer;
     peer.On("/b", PeerReply::Head(100).Send("abc").Stall());
     Exchange exchange(peer.Port(), "/b");
@@ -129,6 +138,9 @@ TEST(InternetReadFile, ASlowBodyIsNotSilence) {
 }
 
 TEST(InternetReadFile, ATimeOutOfTheSessionHoldsForItsRequests) {
+    if (UnderWine()) {
+        GTEST_SKIP() << "Wine does not hand a session's time-outs down to its requests";
+    }
     ScriptedPeer peer;
     peer.On("/b", PeerReply::StallAtOnce());
     const Internet session(InternetOpenA("a", INTERNET_OPEN_TYPE_PRECONFIG, nullptr, nullptr, 0));
@@ -142,6 +154,9 @@ TEST(InternetReadFile, ATimeOutOfTheSessionHoldsForItsRequests) {
 }
 
 TEST(InternetReadFile, TheTransferStandsStillWhileNobodyReads) {
+    if (UnderWine()) {
+        GTEST_SKIP() << "Wine reads on when the handle is closed";
+    }
     ScriptedPeer peer;
     std::atomic<bool> allTaken = false;
     constexpr size_t kMoreThanSocketsHold = 64u << 20;
@@ -159,6 +174,9 @@ TEST(InternetReadFile, TheTransferStandsStillWhileNobodyReads) {
 }
 
 TEST(InternetReadFile, BeforeTheRequestIsSentThereIsNothingToRead) {
+    if (UnderWine()) {
+        GTEST_SKIP() << "Wine reads an empty body from a request that was not sent";
+    }
     Exchange exchange(80, "/");
     std::string block;
     EXPECT_EQ(exchange.Read(10, block), ERROR_INTERNET_INCORRECT_HANDLE_STATE);

@@ -77,6 +77,10 @@ TEST(Uploads, AServerThatResetsEndsTheUpload) {
     for (int i = 0; i < 64 && error == 0; ++i) {
         error = Write(exchange, block);
     }
+    EXPECT_NE(error, 0u);
+    if (UnderWine()) {
+        GTEST_SKIP() << kWineTellsSocketErrors;
+    }
     EXPECT_TRUE(error == ERROR_INTERNET_CONNECTION_RESET || error == ERROR_INTERNET_CONNECTION_ABORTED) << error;
 }
 
@@ -92,16 +96,26 @@ TEST(Uploads, AServerThatDoesNotReadTimesOutByTheSendTimeOut) {
     for (int i = 0; i < 64 && error == 0; ++i) {
         error = Write(exchange, block);
     }
+    EXPECT_NE(error, 0u);
+    if (UnderWine()) {
+        GTEST_SKIP() << kWineTellsSocketErrors;
+    }
     EXPECT_EQ(error, ERROR_INTERNET_TIMEOUT);
 }
 
 TEST(Uploads, WritingAndEndingNeedASentRequest) {
+    if (UnderWine()) {
+        GTEST_SKIP() << "Wine writes to a connection that is not there, and ends the program";
+    }
     Exchange exchange(80, "/u", "POST");
     EXPECT_EQ(Write(exchange, "abc"), ERROR_INTERNET_INCORRECT_HANDLE_STATE);
     EXPECT_EQ(End(exchange), ERROR_INTERNET_INCORRECT_HANDLE_STATE);
 }
 
 TEST(Uploads, AStructureOfAnotherSizeIsRefused) {
+    if (UnderWine()) {
+        GTEST_SKIP() << "Wine does not look at the size of the structure";
+    }
     Exchange exchange(80, "/u", "POST");
     INTERNET_BUFFERSA buffers{};
     buffers.dwStructSize = 4;

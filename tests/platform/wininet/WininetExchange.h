@@ -10,6 +10,7 @@
 #include "common/Handle.h"
 #include "platform/wininet.h"
 #include "tests/support/ScriptedPeer.h"
+#include "tests/support/Wine.h"
 
 namespace kvmpd::test {
 

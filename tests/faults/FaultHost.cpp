@@ -1,0 +1,110 @@
+#include "tests/faults/FaultHost.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <future>
+#include <stdexcept>
+
+#include "common/Text.h"
+#include "tests/faults/CompressedTime.h"
+
+namespace kvmpd::test {
+namespace {
+
+void Check(HRESULT result, const char* step) {
+    if (FAILED(result)) {
+        throw std::runtime_error(std::string("the component refused: ") + step);
+    }
+}
+
+}  // namespace
+
+HRESULT HeardByCallback::QueryInterface(REFIID iid, void** object) {
+    const bool known = iid == IID_IUnknown || iid == IID_IKVMPDCallback;
+    *object = known ? static_cast<IKVMPDCallback*>(this) : nullptr;
+    return known ? S_OK : E_NOINTERFACE;
+}
+
+HRESULT HeardByCallback::OnStreamEvent(DWORD id, void* param1, void* /*param2*/) {
+    const std::lock_guard lock(m_mutex);
+    switch (id) {
+        case kEventManifest: {
+            const LONG result = *static_cast<const LONG*>(param1);
+            ++(result == kManifestLoaded      ? m_heard.news
+               : result == kManifestMalformed ? m_heard.malformed
+                                              : m_heard.failed);
+            break;
+        }
+        case kEventDownloadFailed:
+            ++m_heard.segmentsLost;
+            break;
+        case kEventQualityList:
+        case kEventQualityChosen:
+            break;
+        default:
+            ++m_heard.unexpected;
+    }
+    return S_OK;
+}
+
+HRESULT HeardByCallback::OnBuffering(LONGLONG /*play*/, LONGLONG buffered, LONGLONG /*total*/) {
+    const std::lock_guard lock(m_mutex);
+    m_heard.buffered = buffered;
+    return S_OK;
+}
+
+Heard HeardByCallback::SoFar() const {
+    const std::lock_guard lock(m_mutex);
+    return m_heard;
+}
+
+FaultHost::FaultHost(const std::filesystem::path& folder, DWORD delaySegments) : m_delaySegments(delaySegments) {
+    ComPtr<IClassFactory> factory;
+    Check(DllGetClassObject(CLSID_KVMPDFilter, IID_IClassFactory, factory.putVoid()), "class factory");
+    Check(factory->CreateInstance(nullptr, IID_IBaseFilter, m_filter.putVoid()), "creation");
+    Check(m_filter->QueryInterface(IID_IKVMPDSource, m_control.putVoid()), "control interface");
+    Check(m_filter->FindPin(L"Output", m_pin.put()), "output pin");
+    Check(m_pin->QueryInterface(IID_IAsyncReader, m_reader.putVoid()), "reader");
+    std::string text = folder.string();
+    Check(m_control->Backdoor(kBackdoorCacheFolder, text.data()), "cache folder");
+    Check(m_control->Backdoor(kBackdoorPreferDelaySegments, &m_delaySegments), "delay");
+    Check(m_control->SetCallback(&m_callback), "callback");
+}
+
+FaultHost::~FaultHost() {
+    Stop("a cell that was given up");
+}
+
+void FaultHost::Load(const std::string& url) {
+    Check(m_control->Load(Utf8ToWide(url).c_str()), "load");
+}
+
+void FaultHost::Wake() {
+    // A changed delay wakes the loader and does not move a stream that plays.
+    m_delaySegments = m_delaySegments == 1000 ? 1001 : 1000;
+    Check(m_control->Backdoor(kBackdoorPreferDelaySegments, &m_delaySegments), "wake");
+}
+
+HRESULT FaultHost::Read(LONGLONG position, std::string& bytes) {
+    return m_reader->SyncRead(position, static_cast<LONG>(bytes.size()), reinterpret_cast<BYTE*>(bytes.data()));
+}
+
+std::chrono::milliseconds FaultHost::Stop(const std::string& name) {
+    if (!m_filter) {
+        return {};
+    }
+    const auto begin = std::chrono::steady_clock::now();
+    std::future<void> stopped = std::async(std::launch::async, [this] {
+        m_reader.Reset();
+        m_pin.Reset();
+        m_control.Reset();
+        m_filter.Reset();
+    });
+    if (stopped.wait_for(kStopLimit) != std::future_status::ready) {
+        std::fprintf(stderr, "%s: a stop does not end\n", name.c_str());
+        std::abort();
+    }
+    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - begin);
+}
+
+}  // namespace kvmpd::test

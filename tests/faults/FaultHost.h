@@ -1,0 +1,68 @@
+// The smallest host that does its part: a source made through the module's exports, a callback that keeps what it
+// hears, reads by position, and the wake after a failed manifest.
+#pragma once
+
+#include <chrono>
+#include <filesystem>
+#include <mutex>
+#include <string>
+
+#include "common/ComPtr.h"
+#include "filter/KVMPDSrc.h"
+
+namespace kvmpd::test {
+
+/// What the component has reported so far.
+struct Heard {
+    size_t news = 0;  ///< Events 0 with 0, 1 and 2.
+    size_t malformed = 0;
+    size_t failed = 0;
+    size_t segmentsLost = 0;  ///< Events 9.
+    size_t unexpected = 0;    ///< Events that no part of the matrix causes.
+    LONGLONG buffered = 0;    ///< The end of what is downloaded, in milliseconds, of the last report.
+
+    size_t ManifestFailures() const { return malformed + failed; }
+};
+
+class HeardByCallback final : public IKVMPDCallback {
+  public:
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override;
+    ULONG STDMETHODCALLTYPE AddRef() override { return 2; }  // it outlives the source: nothing to count
+    ULONG STDMETHODCALLTYPE Release() override { return 1; }
+    HRESULT STDMETHODCALLTYPE OnStreamEvent(DWORD id, void* param1, void* param2) override;
+    HRESULT STDMETHODCALLTYPE OnBuffering(LONGLONG play, LONGLONG buffered, LONGLONG total) override;
+
+    Heard SoFar() const;
+
+  private:
+    mutable std::mutex m_mutex;
+    Heard m_heard;  // guarded by m_mutex
+};
+
+class FaultHost {
+  public:
+    FaultHost(const std::filesystem::path& folder, DWORD delaySegments);
+    ~FaultHost();
+    FaultHost(const FaultHost&) = delete;
+    FaultHost& operator=(const FaultHost&) = delete;
+
+    void Load(const std::string& url);
+    Heard SoFar() const { return m_callback.SoFar(); }
+    /// Makes the loader fetch again after a failure. Needs a manifest that was loaded before.
+    void Wake();
+    /// Reads `bytes.size()` bytes at `position`; waits for them as the pin does.
+    HRESULT Read(LONGLONG position, std::string& bytes);
+    /// Releases everything; the time until the last thread of the source had ended. Ends the program when that never
+    /// comes: nothing that follows could be trusted.
+    std::chrono::milliseconds Stop(const std::string& name);
+
+  private:
+    HeardByCallback m_callback;
+    ComPtr<IKVMPDSource> m_control;
+    ComPtr<IBaseFilter> m_filter;
+    ComPtr<IPin> m_pin;
+    ComPtr<IAsyncReader> m_reader;
+    DWORD m_delaySegments;
+};
+
+}  // namespace kvmpd::test
