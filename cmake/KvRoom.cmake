@@ -3,9 +3,11 @@
 
 add_library(kv_options INTERFACE)
 target_include_directories(kv_options INTERFACE ${PROJECT_SOURCE_DIR})
-target_compile_options(kv_options INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow)
-if(KV_WERROR)
-    target_compile_options(kv_options INTERFACE -Werror)
+if(MSVC)
+    target_compile_options(kv_options INTERFACE /W4 /permissive- /utf-8 /EHsc $<$<BOOL:${KV_WERROR}>:/WX>)
+else()
+    target_compile_options(kv_options INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow
+                           $<$<BOOL:${KV_WERROR}>:-Werror>)
 endif()
 if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
     target_compile_options(kv_options INTERFACE -Wthread-safety -Wthread-safety-beta)
@@ -39,7 +41,9 @@ function(kv_add_test program)
     add_executable(${program} ${ARG_SOURCES})
     target_link_libraries(${program} PRIVATE kv_test_support ${ARG_DEPS})
     # Tests are compiled lightly: the rooms are what is optimised and what undefined behaviour is looked for in.
-    target_compile_options(${program} PRIVATE -O1 -g1)
+    if(NOT MSVC)
+        target_compile_options(${program} PRIVATE -O1 -g1)
+    endif()
     if(KV_SANITIZE MATCHES "undefined")
         # As a property of the sources: it has to stand behind the options that come with the rooms.
         set_source_files_properties(${ARG_SOURCES} PROPERTIES COMPILE_OPTIONS -fno-sanitize=undefined)

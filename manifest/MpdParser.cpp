@@ -4,14 +4,27 @@
 
 #include <algorithm>
 #include <new>
+#include <span>
 #include <utility>
 
 #include "common/Log.h"
 #include "download/DownloadNetKernelStream.h"
+#include "manifest/ManifestLimits.h"
 #include "manifest/MpdReader.h"
 #include "net/NetKernelBase.h"
 
 namespace kvmpd {
+namespace {
+
+static_assert(TINYXML2_MAX_ELEMENT_DEPTH > kDeepestXml + 1, "the XML library refuses manifests that are allowed");
+
+/// An upper bound of the nodes and attributes that the body becomes.
+size_t XmlItems(std::span<const BYTE> body) {
+    return static_cast<size_t>(
+        std::ranges::count_if(body, [](BYTE character) { return character == '<' || character == '='; }));
+}
+
+}  // namespace
 
 MpdParser::MpdParser() : MpdParser(std::make_unique<NetKernelBase>(nullptr, nullptr)) {}
 
@@ -47,6 +60,10 @@ HRESULT MpdParser::Download(const std::wstring& url, tinyxml2::XMLDocument& docu
     Log(4, L" MpdParser::parse download MPD complete");
     // The buffer is as large as the body was announced, or assumed, to be; what arrived may be less.
     const size_t size = std::min(static_cast<size_t>(body.Written()), body.Buffer().size());
+    if (XmlItems({body.Buffer().data(), size}) > kMostXmlItems) {
+        Log(3, L"[Error] MpdParser::parse manifest has more than %d tags and attributes", kMostXmlItems);
+        return E_FAIL;
+    }
     const tinyxml2::XMLError error = document.Parse(reinterpret_cast<const char*>(body.Buffer().data()), size);
     if (error != tinyxml2::XML_SUCCESS) {
         Log(3, L"[Error] MpdParser::parse get unexpected xml format: %d", error);

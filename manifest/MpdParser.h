@@ -31,7 +31,8 @@ class MpdParser : public ManifestSource {
 
     /// S_OK; the client's own negative code when the download failed; E_UNEXPECTED when MPD, Period, SegmentList or
     /// SegmentTimeline is missing; E_FAIL when the body is not well-formed XML, "startNumber" is missing or not a
-    /// number, or an S has no "d"; E_OUTOFMEMORY. What else is wrong costs the item that it is in, or its value.
+    /// number, an S has no "d", or the manifest goes beyond what ManifestLimits.h allows; E_OUTOFMEMORY. What else is
+    /// wrong costs the item that it is in, or its value.
     HRESULT parse(std::wstring url, std::shared_ptr<MPD> mpd) override;
 
   private:

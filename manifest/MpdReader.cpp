@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "common/Log.h"
+#include "manifest/ManifestLimits.h"
 #include "manifest/NumberText.h"
 
 namespace kvmpd {
@@ -48,6 +49,10 @@ HRESULT ReadTimeline(const XMLElement& timeline, MPD& mpd) {
         const char* text = entry.Attribute("d");
         if (!text) {
             Log(3, L"[Error] MpdParser::parse failed to get d from in SegmentTimeline S");
+            return false;
+        }
+        if (mpd.m_segmentDurations.size() == kMostSegments) {
+            Log(3, L"[Error] MpdParser::parse more than %d segments in SegmentTimeline", kMostSegments);
             return false;
         }
         const NumberText<LONG> number = ReadInt(text);

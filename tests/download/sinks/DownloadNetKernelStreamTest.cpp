@@ -5,6 +5,7 @@
 #include <limits>
 #include <string>
 
+#include "net/HttpLimits.h"
 #include "tests/support/LogCapture.h"
 
 namespace kvmpd {
@@ -92,6 +93,18 @@ TEST(DownloadNetKernelStream, ALengthThatNoMemoryHoldsIsRefused) {
     EXPECT_EQ(sink.OnContentLength(std::numeric_limits<std::uint64_t>::max()), 0);
     EXPECT_TRUE(log.Contains(" DownloadNetKernelStream::OnContentLength out of memory"));
     EXPECT_EQ(sink.ContentLength(), 0u);
+}
+
+TEST(DownloadNetKernelStream, TheLargestBodyInMemoryIsAcceptedAndOneByteMoreIsNot) {
+    test::LogCapture log(3);
+    DownloadNetKernelStream sink;
+    EXPECT_EQ(sink.OnContentLength(kLargestBodyInMemory), 1);
+    EXPECT_EQ(sink.Buffer().size(), kLargestBodyInMemory);
+    EXPECT_TRUE(log.Lines().empty());
+    DownloadNetKernelStream refusing;
+    EXPECT_EQ(refusing.OnContentLength(kLargestBodyInMemory + 1), 0);
+    EXPECT_EQ(log.Lines(), std::vector<std::string>{" DownloadNetKernelStream::OnContentLength out of memory"});
+    EXPECT_TRUE(refusing.Buffer().empty());
 }
 
 }  // namespace
