@@ -119,11 +119,13 @@ std::string SummaryJson(const Recording::Summary& summary, const std::string& pa
     line.Number("sample_rate", summary.sampleRate).Number("channels", summary.channels);
     AddTrack(line, "video", summary.tracks[0]);
     AddTrack(line, "audio", summary.tracks[1]);
-    std::string gaps;
+    std::string gaps = "[";
     for (const Gap& gap : summary.gaps) {
-        gaps += (gaps.empty() ? "" : ",") + GapJson(gap);
+        gaps += gaps.size() == 1 ? "" : ",";
+        gaps += GapJson(gap);
     }
-    line.Raw("gaps", "[" + gaps + "]");
+    gaps += "]";
+    line.Raw("gaps", gaps);
     return line.Str();
 }
 

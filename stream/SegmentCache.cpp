@@ -152,8 +152,10 @@ BOOL KVMPDStream::IsSegmentInCache(LONGLONG target) {
     const LONGLONG first = m_cacheSegment.front()->m_segmentNumber;
     const auto count = static_cast<LONGLONG>(m_cacheSegment.size());
     Log(4, L" KVMPDStream::IsSegmentInCache start: %lld, size:%d, target: %lld", first, count, target);
-    // One past the newest counts: it is the segment that the feed waits for anyway.
-    return first <= target && target <= first + count;
+    // One past the newest counts: it is the segment that the feed waits for anyway. The distance is taken without sign:
+    // a manifest may number its segments up to the end of 64 bits, where one past the newest is no number any more.
+    return first <= target &&
+           static_cast<ULONGLONG>(target) - static_cast<ULONGLONG>(first) <= static_cast<ULONGLONG>(count);
 }
 
 LONG KVMPDStream::SeekToTargetSegment(LONGLONG target) {

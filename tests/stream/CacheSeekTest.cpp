@@ -1,4 +1,6 @@
 // Seeking by segment number: inside the cache, and outside of it.
+#include <limits>
+
 #include "tests/stream/StreamTest.h"
 
 namespace kvmpd::test {
@@ -31,6 +33,15 @@ TEST_P(CacheSeekTarget, IsInTheCacheUpToOnePastTheNewest) {
 INSTANTIATE_TEST_SUITE_P(Targets, CacheSeekTarget,
                          testing::Values(TargetCase{-1, FALSE}, TargetCase{99, FALSE}, TargetCase{100, TRUE},
                                          TargetCase{104, TRUE}, TargetCase{105, TRUE}, TargetCase{106, FALSE}));
+
+TEST_F(CacheSeek, NumbersAtTheEndOf64BitsAreFoundInTheCache) {
+    constexpr LONGLONG kLast = std::numeric_limits<LONGLONG>::max();
+    PushCounting(kLast - 2, 3, 1000);
+    EXPECT_EQ(Stream().IsSegmentInCache(kLast), TRUE);
+    EXPECT_EQ(Stream().IsSegmentInCache(kLast - 2), TRUE);
+    EXPECT_EQ(Stream().IsSegmentInCache(kLast - 3), FALSE);
+    EXPECT_EQ(Stream().IsSegmentInCache(std::numeric_limits<LONGLONG>::min()), FALSE);
+}
 
 TEST_F(CacheSeek, InsideRebasesEveryPositionOnTheTarget) {
     PushCounting(100, 1, 2000, 1000, 100);
