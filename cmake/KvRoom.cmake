@@ -31,10 +31,10 @@ function(kv_add_room name)
     target_link_libraries(kv_${name} PUBLIC kv_options ${ARG_DEPS} PRIVATE ${ARG_PRIVATE_DEPS})
 endfunction()
 
-# kv_add_test(PROGRAM SOURCES file... [DEPS target...] [TIMEOUT seconds] [LABELS label...])
+# kv_add_test(PROGRAM SOURCES file... [DEPS target...] [TIMEOUT seconds] [LABELS label...] [LOCK resource])
 # Declares a GoogleTest program and registers each of its cases with CTest.
 function(kv_add_test program)
-    cmake_parse_arguments(ARG "" "TIMEOUT" "SOURCES;DEPS;LABELS" ${ARGN})
+    cmake_parse_arguments(ARG "" "TIMEOUT;LOCK" "SOURCES;DEPS;LABELS" ${ARGN})
     if(NOT ARG_TIMEOUT)
         set(ARG_TIMEOUT 120)
     endif()
@@ -48,6 +48,9 @@ function(kv_add_test program)
         # As a property of the sources: it has to stand behind the options that come with the rooms.
         set_source_files_properties(${ARG_SOURCES} PROPERTIES COMPILE_OPTIONS -fno-sanitize=undefined)
     endif()
-    gtest_discover_tests(${program} TEST_PREFIX "${program}." NO_PRETTY_VALUES DISCOVERY_TIMEOUT 60
-                         PROPERTIES TIMEOUT ${ARG_TIMEOUT} LABELS "${ARG_LABELS}")
+    if(ARG_LOCK)  # cases that share something outside of their process run one after the other
+        set(lock RESOURCE_LOCK ${ARG_LOCK})
+    endif()
+    gtest_discover_tests(${program} TEST_PREFIX "${program}." NO_PRETTY_VALUES DISCOVERY_TIMEOUT 300
+                         PROPERTIES TIMEOUT ${ARG_TIMEOUT} LABELS "${ARG_LABELS}" ${lock})
 endfunction()

@@ -25,9 +25,10 @@
 
 #endif
 
-// Milliseconds since an arbitrary start, for measuring how long something took; never goes backwards. On Windows it is
-// the C runtime's clock(), which counts elapsed time there; elsewhere clock() counts processor time, so a monotonic
-// clock stands in for it. Any thread.
+// Milliseconds since an arbitrary start, for measuring how long something took. On Windows it is the C
+// runtime's clock(), which counts elapsed time there, in 32 bits: after 24.8 days it wraps or stays at -1, and one
+// reload comes early or late by a cycle's time. Elsewhere clock() counts processor time, so a monotonic clock stands in
+// for it. Any thread.
 #ifdef _WIN32
 inline LONGLONG ClockMs() {
     return static_cast<LONGLONG>(std::clock()) * 1000 / CLOCKS_PER_SEC;

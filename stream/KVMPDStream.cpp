@@ -144,11 +144,15 @@ HRESULT KVMPDStream::CreateBuffer(DWORD size) {
     return S_OK;
 }
 
-/// Not once the engine closes: the queue may then hold the end marker, without which the downloader never ends.
+/// Not once the engine closes: the queue may then hold the end marker, without which the downloader never ends. What is
+/// queued may still be downloaded, then, beside what the loader chooses anew; the cache takes none of it, because the
+/// two together would be out of order.
 void KVMPDStream::ClearDownloader() {
-    if (!m_bClosing.load()) {
-        m_pDownloader->clear();
+    if (m_bClosing.load()) {
+        m_bCacheShut = true;
+        return;
     }
+    m_pDownloader->clear();
 }
 
 /// Empties everything between the loader and the reader; the loader chooses its start anew, at once.

@@ -133,7 +133,7 @@ class KVMPDStream : public CAsyncStream, public WorkerProcessor, private LoaderO
     bool IsWanted(const Segment& segment) override;
     void OnSegmentFailed() override;
     void BeginClosing();
-    void ClearDownloader();
+    void ClearDownloader() REQUIRES(m_csCache);
     void RestartLoading() REQUIRES(m_csCache);
     LONG SeekInCache(LONGLONG llPosition);
     LONG SeekInManifest(LONGLONG llPosition, DWORD manifestLength);
@@ -182,6 +182,7 @@ class KVMPDStream : public CAsyncStream, public WorkerProcessor, private LoaderO
     LONGLONG m_llAudioStartByte GUARDED_BY(m_csCache) = 0;
     LONGLONG m_llAudioEndByte GUARDED_BY(m_csCache) = 0;
     bool m_bSeekPending GUARDED_BY(m_csCache) = false;  // a seek outside the cache waits for its first segment
+    bool m_bCacheShut GUARDED_BY(m_csCache) = false;    // restarted while closing: takes nothing in any more
 
     const UniqueEvent m_hBufferEvent;   // manual-reset
     const UniqueEvent m_hSegmentEvent;  // manual-reset

@@ -53,6 +53,9 @@ bool KVMPDStream::AppendSegment(const std::shared_ptr<Segment>& segment) {
         Log(5, L" KVMPDStream::PushSegmentToCache drop segment %lld of an earlier url", segment->m_segmentNumber);
         return false;
     }
+    if (m_bCacheShut) {
+        return false;
+    }
     Log(6, L" KVMPDStream::PushSegmentToCache push segment %lld", segment->m_segmentNumber);
     if (m_cacheSegment.empty()) {
         m_llFirstSegmentId = segment->m_segmentNumber;

@@ -45,14 +45,14 @@ Ref<Interface> Query(IUnknown& object, REFIID iid) {
 
 /// What the component tells. Outlives the filter, so its references need no counting.
 struct Callback final : IKVMPDCallback {
-    std::atomic<bool> failed{false};
+    std::atomic<bool> failed{false};  // until a manifest is loaded again
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void** out) override { return *out = nullptr, E_NOINTERFACE; }
     ULONG STDMETHODCALLTYPE AddRef() override { return 1; }
     ULONG STDMETHODCALLTYPE Release() override { return 1; }
     HRESULT STDMETHODCALLTYPE OnBuffering(LONGLONG, LONGLONG, LONGLONG) override { return S_OK; }
     HRESULT STDMETHODCALLTYPE OnStreamEvent(DWORD id, void* param1, void*) override {
-        if (id == kvmpd::kEventManifest && *static_cast<LONG*>(param1) != kvmpd::kManifestLoaded) {
-            failed = true;
+        if (id == kvmpd::kEventManifest) {
+            failed = *static_cast<LONG*>(param1) != kvmpd::kManifestLoaded;
         }
         return S_OK;
     }
@@ -143,27 +143,41 @@ class BoxStream {
     LONGLONG m_position;
     std::ofstream m_file;
     std::vector<BYTE> m_box;
-    LONGLONG m_written = 0;
+    std::atomic<LONGLONG> m_written{0};
 };
 
-/// A folder for the cache files; it goes with everything in it.
+std::wstring Wide(const std::string& text) {
+    std::wstring wide(text.size(), L'\0');
+    wide.resize(static_cast<size_t>(MultiByteToWideChar(CP_ACP, 0, text.data(), static_cast<int>(text.size()),
+                                                        wide.data(), static_cast<int>(wide.size()))));
+    return wide;
+}
+
+/// A folder for the cache files, below the system's temporary one.
 class CacheFolder {
   public:
     CacheFolder() {
-        char root[MAX_PATH];
-        GetTempPathA(MAX_PATH, root);
-        m_path = std::string(root) + "kvmpd-graph-" + std::to_string(GetCurrentProcessId());
-        if (!CreateDirectoryA(m_path.c_str(), nullptr)) {
+        wchar_t root[MAX_PATH];
+        GetTempPathW(MAX_PATH, root);
+        m_path = std::wstring(root) + L"kvmpd-graph-" + std::to_wstring(GetCurrentProcessId());
+        if (!CreateDirectoryW(m_path.c_str(), nullptr) && GetLastError() != ERROR_ALREADY_EXISTS) {
             Fail("no folder for the cache files can be made");
         }
     }
-    ~CacheFolder() { RemoveDirectoryA(m_path.c_str()); }  // the component has deleted its files
+    ~CacheFolder() { RemoveDirectoryW(m_path.c_str()); }  // the component has deleted its files
     CacheFolder(const CacheFolder&) = delete;
     CacheFolder& operator=(const CacheFolder&) = delete;
-    char* Path() { return m_path.data(); }
+
+    std::string Utf8() const {
+        std::string text(m_path.size() * 3, '\0');
+        text.resize(
+            static_cast<size_t>(WideCharToMultiByte(CP_UTF8, 0, m_path.data(), static_cast<int>(m_path.size()),
+                                                    text.data(), static_cast<int>(text.size()), nullptr, nullptr)));
+        return text;
+    }
 
   private:
-    std::string m_path;
+    std::wstring m_path;
 };
 
 struct Options {
@@ -222,9 +236,10 @@ bool Follow(const Options& options, HMODULE module) {
     // A splitter would be connected here and ask the pin for its reader; this host is its own splitter.
     const auto reader = Query<IAsyncReader>(*output, IID_IAsyncReader);
 
-    control->Backdoor(kvmpd::kBackdoorCacheFolder, folder.Path());
+    std::string path = folder.Utf8();
+    control->Backdoor(kvmpd::kBackdoorCacheFolder, path.data());
     control->SetCallback(&callback);
-    file->Load(std::wstring(options.url.begin(), options.url.end()).c_str(), nullptr);
+    file->Load(Wide(options.url).c_str(), nullptr);
     media->Run();
 
     // One segment of each in turn: both files end with the same one.
@@ -236,7 +251,8 @@ bool Follow(const Options& options, HMODULE module) {
         ended = true;
     });
     const auto waitUntil = [&](std::chrono::steady_clock::time_point end) {
-        while (!ended && !callback.failed && std::chrono::steady_clock::now() < end) {
+        // The component does not try a failed manifest again by itself. What was there before it can still be had.
+        while (!ended && !(callback.failed && video.Written() == 0) && std::chrono::steady_clock::now() < end) {
             std::this_thread::sleep_for(std::chrono::milliseconds(50));
         }
     };
@@ -251,7 +267,8 @@ bool Follow(const Options& options, HMODULE module) {
     std::printf("video: %lld bytes, audio: %lld bytes\n", static_cast<long long>(video.Written()),
                 static_cast<long long>(audio.Written()));
     if (callback.failed) {
-        std::fprintf(stderr, "kvmpd-graph: the manifest could not be loaded\n");
+        std::fprintf(stderr, video.Written() == 0 ? "kvmpd-graph: the manifest could not be loaded\n"
+                                                  : "kvmpd-graph: the manifest could not be loaded again\n");
     }
     return video.Written() > 0 && audio.Written() > 0;
 }
@@ -269,6 +286,11 @@ int main(int argc, char** argv) {
     }
     const bool gotMedia = Follow(options, module);
     CoUninitialize();
-    FreeLibrary(module);
+    using CanUnloadNow = HRESULT(STDAPICALLTYPE*)();
+    const auto canUnload =
+        reinterpret_cast<CanUnloadNow>(reinterpret_cast<void*>(GetProcAddress(module, "DllCanUnloadNow")));
+    if (canUnload != nullptr && canUnload() == S_OK) {
+        FreeLibrary(module);
+    }
     return gotMedia ? 0 : 2;
 }

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -80,11 +81,13 @@ TEST_F(SystemAllocatorTest, QueuedReadsComeBackWithTheirBytesAndTags) {
     for (LONGLONG piece = 0; piece < 3; ++piece) {
         ASSERT_EQ(reader.Request(&SampleFor(piece * 4096, 4096), static_cast<DWORD_PTR>(piece) + 1), S_OK);
     }
+    std::set<DWORD_PTR> tags;
     for (int i = 0; i < 3; ++i) {
         IMediaSample* sample = nullptr;
         DWORD_PTR tag = 0;
         ASSERT_EQ(reader.WaitForNext(20'000, &sample, &tag), S_OK);
-        ASSERT_GE(tag, 1u);
+        EXPECT_TRUE(tags.insert(tag).second) << tag;
+        ASSERT_TRUE(tag >= 1 && tag <= 3) << tag;
         EXPECT_EQ(BytesOf(*sample), m_bytes.substr((tag - 1) * 4096, 4096));
     }
 }
@@ -103,7 +106,7 @@ TEST_F(SystemAllocatorTest, WithNothingQueuedTheWaitEndsAtItsLimit) {
 }
 
 TEST_F(SystemAllocatorTest, AFlushGivesEverySampleBackAndTheReaderGoesOn) {
-    Agree(3, 4096);
+    Agree(4, 4096);
     IAsyncReader& reader = m_session->Reader();
     for (LONGLONG piece = 0; piece < 3; ++piece) {
         ASSERT_EQ(reader.Request(&SampleFor(piece * 4096, 4096), 1), S_OK);
@@ -116,6 +119,10 @@ TEST_F(SystemAllocatorTest, AFlushGivesEverySampleBackAndTheReaderGoesOn) {
         EXPECT_TRUE(result == S_OK || result == VFW_E_TIMEOUT) << std::hex << static_cast<unsigned>(result);
         EXPECT_NE(sample, nullptr);  // done or not, it is the caller's again
     }
+    IMediaSample* none = nullptr;
+    DWORD_PTR noTag = 0;
+    EXPECT_EQ(reader.WaitForNext(20'000, &none, &noTag), VFW_E_WRONG_STATE);
+    EXPECT_EQ(reader.Request(&SampleFor(0, 4096), 2), VFW_E_WRONG_STATE);
     ASSERT_EQ(reader.EndFlush(), S_OK);
     m_samples.clear();
     ASSERT_EQ(reader.Request(&SampleFor(0, 4096), 9), S_OK);

@@ -125,6 +125,22 @@ TEST_F(GraphTest, TheGraphGoesWhileAReadWaits) {
     ExpectModuleGoes();
 }
 
+TEST(ModuleLoading, FiftyTimesWithAStreamAtWork) {
+    const ComScope com;
+    TestOrigin origin;
+    for (int round = 0; round < 50; ++round) {
+        LoadedModule module;
+        ASSERT_TRUE(module.IsLoaded());
+        {
+            Graph graph(module);
+            graph.Session().Load(origin.Url());
+            ASSERT_EQ(graph.Run(), S_OK);
+        }
+        ASSERT_EQ(module.CanUnloadNow(), S_OK) << "round " << round;
+        ASSERT_TRUE(module.Unload()) << "round " << round;
+    }
+}
+
 TEST_F(GraphTest, TheGraphKnowsTheSourceByName) {
     {
         Graph graph(m_module);

@@ -64,7 +64,12 @@ std::vector<std::string> LinesOfTheProbe() {
         ADD_FAILURE() << "the probe does not start: error " << GetLastError();
         return lines;
     }
-    for (DEBUG_EVENT event{}; WaitForDebugEvent(&event, 60'000);) {
+    for (DEBUG_EVENT event{};;) {
+        if (!WaitForDebugEvent(&event, 60'000)) {
+            ADD_FAILURE() << "the probe hangs: error " << GetLastError();
+            TerminateProcess(process.hProcess, 1);
+            break;
+        }
         DWORD handled = DBG_CONTINUE;
         if (event.dwDebugEventCode == OUTPUT_DEBUG_STRING_EVENT) {
             if (const std::string text = TextOf(process.hProcess, event.u.DebugString); text.starts_with("[MpdSrc]")) {
@@ -95,17 +100,33 @@ bool Has(const std::vector<std::string>& lines, const char* text) {
 
 constexpr const char* kLevel3 = " KVMPDFilter::Run ";
 constexpr const char* kLevel4 = " SegmentQueue::SegmentQueue ";
+constexpr const char* kNarrow = " KVMPDFilter::SetCacheFileFolder : C:\\probe";  // level 4
 constexpr const char* kLevel6 = " KVMPDFilter::GetCurFile ";
 
 void ExpectLevels(bool three, bool four, bool six) {
     const std::vector<std::string> lines = LinesOfTheProbe();
     EXPECT_EQ(Has(lines, kLevel3), three);
     EXPECT_EQ(Has(lines, kLevel4), four);
+    EXPECT_EQ(Has(lines, kNarrow), four);
     EXPECT_EQ(Has(lines, kLevel6), six);
+    const bool cut = std::ranges::any_of(lines, [](const std::string& line) {
+        return line.starts_with("[MpdSrc] KVMPDFilter::Load xxx") && line.size() == 8 + 1014 + 1 &&
+               line.ends_with("x\n");
+    });
+    EXPECT_EQ(cut, three);
     EXPECT_EQ(lines.empty(), !three && !four && !six);
 }
 
 TEST(LogSetting, WithoutAValueNothingIsWritten) {
+    ExpectLevels(false, false, false);
+}
+
+TEST(LogSetting, AKeyWithoutTheValueWritesNothing) {
+    const Setting setting(6);
+    HKEY key = nullptr;
+    ASSERT_EQ(RegOpenKeyExW(HKEY_LOCAL_MACHINE, kKey, 0, KEY_SET_VALUE, &key), ERROR_SUCCESS);
+    EXPECT_EQ(RegDeleteValueW(key, L"log"), ERROR_SUCCESS);
+    RegCloseKey(key);
     ExpectLevels(false, false, false);
 }
 

@@ -160,6 +160,18 @@ TEST_F(Stop, ARestartOfAClosingEngineLeavesTheDownloadersQueueAlone) {
     EXPECT_TRUE(m_log.WaitForPrefix(" SegmentDownloader::ThreadProc  get end segment. stop thread!!"));
 }
 
+// The queue that could not be cleared still holds segments of the order before the restart.
+TEST_F(Stop, ARestartOfAClosingEngineShutsTheCache) {
+    Push(CountingSegment(104, 1000, 10, 10));
+    Access::SetClosing(Stream());
+    Push(CountingSegment(105, 1000, 10, 10));
+    EXPECT_EQ(Cache().numbers, (std::vector<LONGLONG>{104, 105}));  // a close alone drops nothing
+    Stream().SetVideoQualityID(1);
+    Push(CountingSegment(106, 1000, 10, 10));
+    Push(CountingSegment(103, 1000, 10, 10));
+    EXPECT_TRUE(Cache().numbers.empty());
+}
+
 TEST_F(Stop, WhileTheLoaderFetchesCompletesTheFetch) {
     m_manifests->gate.Close();
     Start(100, 1, 60000);
