@@ -120,20 +120,25 @@ HRESULT KVMPDStream::ReadAudioBuffer(BYTE* buffer, DWORD length) {
 }
 
 HRESULT KVMPDStream::ReadStream(bool isVideo, LONGLONG position, BYTE* buffer, DWORD length) {
-    {
-        const CritSecLock lock(m_csBuffer);
-        const DWORD count = (isVideo ? m_videoBuffer : m_audioBuffer).ReadBuffer(position, buffer, length);
-        // Every attempt moves the last access, so the feed may find room, and a throttled downloader may go on.
-        SetEvent(m_hBufferEvent.get());
-        if (count > 0) {
-            if (isVideo) {
-                Log(6, L" KVMPDStream::ReadBuffer read %d bytes. First byte is 0x%08X", count,
-                    static_cast<DWORD>(buffer[0]));
-            }
-            return S_OK;
-        }
+    if (ReadRing(isVideo, position, buffer, length)) {
+        return S_OK;
     }
-    return ReadCacheFromByte(position, isVideo, buffer, static_cast<LONG>(length));
+    const HRESULT result = ReadCacheFromByte(position, isVideo, buffer, static_cast<LONG>(length));
+    // Between the two looks a feed pass may have copied the range and the cache have released it, because it was
+    // copied: then it is in the ring now, and the reader is not behind.
+    return result == E_ACCESSDENIED && ReadRing(isVideo, position, buffer, length) ? S_OK : result;
+}
+
+/// Whether the ring held the range.
+bool KVMPDStream::ReadRing(bool isVideo, LONGLONG position, BYTE* buffer, DWORD length) {
+    const CritSecLock lock(m_csBuffer);
+    const DWORD count = (isVideo ? m_videoBuffer : m_audioBuffer).ReadBuffer(position, buffer, length);
+    // Every attempt moves the last access, so the feed may find room, and a throttled downloader may go on.
+    SetEvent(m_hBufferEvent.get());
+    if (count > 0 && isVideo) {
+        Log(6, L" KVMPDStream::ReadBuffer read %d bytes. First byte is 0x%08X", count, static_cast<DWORD>(buffer[0]));
+    }
+    return count > 0;
 }
 
 HRESULT KVMPDStream::ReadCacheFromByte(LONGLONG position, bool isVideo, BYTE* buffer, LONG length) {

@@ -153,6 +153,7 @@ class KVMPDStream : public CAsyncStream, public WorkerProcessor, private LoaderO
     bool FeedAudio(const Segment& segment) REQUIRES(m_csCache, m_csBuffer);
     void WaitForReader() REQUIRES(m_csBuffer);
     HRESULT ReadStream(bool isVideo, LONGLONG position, BYTE* buffer, DWORD length);
+    bool ReadRing(bool isVideo, LONGLONG position, BYTE* buffer, DWORD length);
     DWORD WriteBinaryFromFile(const std::wstring& fileName, LONGLONG offset, BYTE* buffer, DWORD length);
 
     CritSec m_csStream;                          // the pin's Lock and Unlock: one positioning and its read

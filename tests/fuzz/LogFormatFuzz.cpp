@@ -6,53 +6,26 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "common/LogFormat.h"
 #include "common/Text.h"
+#include "tests/fuzz/FuzzInput.h"
 
 namespace {
 
 using kvmpd::FormatLog;
 using kvmpd::LogArgument;
+using kvmpd::test::FuzzInput;
 
-/// Takes values off the input; an input that has ended gives zeros.
-class Input {
-  public:
-    Input(const std::uint8_t* data, size_t size) : m_rest(data, size) {}
-
-    bool Empty() const { return m_rest.empty(); }
-    std::uint8_t Byte() {
-        if (m_rest.empty()) {
-            return 0;
-        }
-        const std::uint8_t byte = m_rest.front();
-        m_rest = m_rest.subspan(1);
-        return byte;
-    }
-    std::uint64_t Word() {
-        std::uint64_t word = 0;
-        for (int i = 0; i < 8; ++i) {
-            word = word << 8 | Byte();
-        }
-        return word;
-    }
-    /// Text in printable ASCII without '%', which means itself in every format and in both widths.
-    std::string Text() {
-        std::string text;
-        for (int length = Byte() % 40; length > 0; --length) {
-            const char character = static_cast<char>(' ' + Byte() % 95);
-            text.push_back(character == '%' ? '_' : character);
-        }
-        return text;
-    }
-
-  private:
-    std::span<const std::uint8_t> m_rest;
-};
+/// Text in printable ASCII without '%', which means itself in every format and in both widths.
+std::string PlainText(FuzzInput& input) {
+    std::string text = input.Text();
+    std::replace(text.begin(), text.end(), '%', '_');
+    return text;
+}
 
 /// A format, its arguments and what it should give.
 struct Line {
@@ -70,7 +43,7 @@ std::string Reference(const std::string& format, Values... values) {
 }
 
 /// Flags, width and precision.
-std::string Field(Input& input, std::string_view flags) {
+std::string Field(FuzzInput& input, std::string_view flags) {
     std::string field;
     const unsigned chosen = input.Byte();
     for (size_t i = 0; i < flags.size(); ++i) {
@@ -94,10 +67,10 @@ std::string Field(Input& input, std::string_view flags) {
 /// One integer of type `Type`. What the C library is asked to write is the value that the formatter documents: signed
 /// conversions at 32 or 64 bits, the others at the width of the type.
 template <class Type>
-void AddInteger(Line& line, Input& input) {
+void AddInteger(Line& line, FuzzInput& input) {
     static constexpr std::string_view kConversions = "diuxXo";
     static constexpr std::array<std::string_view, 8> kSizes{"", "l", "ll", "I64", "I32", "h", "hh", "z"};
-    const auto value = static_cast<Type>(input.Word());
+    const auto value = static_cast<Type>(input.Long());
     const std::string field = Field(input, "-0+ #");
     const char conversion = kConversions[input.Byte() % kConversions.size()];
     const bool isSigned = conversion == 'd' || conversion == 'i';
@@ -113,22 +86,22 @@ void AddInteger(Line& line, Input& input) {
 }
 
 /// "%s" of a number is the number.
-void AddNumberAsText(Line& line, Input& input) {
-    const auto value = static_cast<std::int64_t>(input.Word());
+void AddNumberAsText(Line& line, FuzzInput& input) {
+    const auto value = static_cast<std::int64_t>(input.Long());
     line.format += "%s";
     line.arguments.push_back(kvmpd::MakeLogArgument(value));
     line.expected += std::to_string(value);
 }
 
 template <class Text>
-void AddText(Line& line, Input& input, const Text& text, const std::string& narrow) {
+void AddText(Line& line, FuzzInput& input, const Text& text, const std::string& narrow) {
     const std::string field = Field(input, "-");
     line.format += "%" + field + (input.Byte() % 2 == 0 ? "s" : "S");
     line.arguments.push_back(kvmpd::MakeLogArgument(text));
     line.expected += Reference("%" + field + "s", narrow.c_str());
 }
 
-void AddCharacter(Line& line, Input& input) {
+void AddCharacter(Line& line, FuzzInput& input) {
     const char value = static_cast<char>('!' + input.Byte() % 90);
     const std::string field = Field(input, "-");
     const std::string width = field.substr(0, field.find('.'));
@@ -137,7 +110,7 @@ void AddCharacter(Line& line, Input& input) {
     line.expected += Reference("%" + width + "c", value);
 }
 
-void AddPiece(Line& line, Input& input, std::vector<std::string>& narrow, std::vector<std::wstring>& wide) {
+void AddPiece(Line& line, FuzzInput& input, std::vector<std::string>& narrow, std::vector<std::wstring>& wide) {
     switch (input.Byte() % 14) {
         case 0:
             return AddInteger<std::int8_t>(line, input);
@@ -158,10 +131,10 @@ void AddPiece(Line& line, Input& input, std::vector<std::string>& narrow, std::v
         case 8:
             return AddNumberAsText(line, input);
         case 9:
-            narrow.push_back(input.Text());
+            narrow.push_back(PlainText(input));
             return AddText(line, input, narrow.back(), narrow.back());
         case 10:
-            narrow.push_back(input.Text());
+            narrow.push_back(PlainText(input));
             wide.push_back(kvmpd::Utf8ToWide(narrow.back()));
             return AddText(line, input, wide.back(), narrow.back());
         case 11:
@@ -171,7 +144,7 @@ void AddPiece(Line& line, Input& input, std::vector<std::string>& narrow, std::v
             line.expected += '%';
             return;
         default: {
-            const std::string text = input.Text();
+            const std::string text = PlainText(input);
             line.format += text;
             line.expected += text;
             return;
@@ -202,11 +175,11 @@ void Compare(const Line& line, size_t space) {
 }
 
 /// Bytes that are no valid text at all, as format and as arguments: nothing is compared, the sanitizers watch.
-void Disturb(Input& input) {
+void Disturb(FuzzInput& input) {
     std::string bytes;
     std::wstring wide;
-    while (!input.Empty()) {
-        const std::uint8_t byte = input.Byte();
+    while (!input.IsEmpty()) {
+        const auto byte = static_cast<std::uint8_t>(input.Byte());
         bytes.push_back(static_cast<char>(byte));
         wide.push_back(static_cast<wchar_t>(byte | (byte % 7 == 0 ? 0xD800u : 0u)));
     }
@@ -225,7 +198,7 @@ void Disturb(Input& input) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, size_t size) {
-    Input input(data, size);
+    kvmpd::test::FuzzInput input(data, size);
     const unsigned kind = input.Byte();
     if (kind % 8 == 0) {
         Disturb(input);
@@ -238,7 +211,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, size_t size) {
     narrow.reserve(kMostPieces);
     wide.reserve(kMostPieces);
     Line line;
-    for (int piece = 0; piece < kMostPieces && !input.Empty(); ++piece) {
+    for (int piece = 0; piece < kMostPieces && !input.IsEmpty(); ++piece) {
         AddPiece(line, input, narrow, wide);
     }
     Compare(line, space);

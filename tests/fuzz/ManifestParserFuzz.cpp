@@ -2,25 +2,21 @@
 // safe for everything that the loader does with a manifest.
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <memory>
 #include <string>
 #include <utility>
 
+#include "manifest/ManifestLimits.h"
 #include "manifest/MpdParser.h"
 #include "manifest/QualityText.h"
 #include "manifest/StartChoice.h"
 #include "manifest/StreamChoice.h"
+#include "tests/fuzz/FuzzRequire.h"
+#include "tests/fuzz/LogToNobody.h"
 #include "tests/manifest/FakeHttpClient.h"
 
 namespace kvmpd::test {
 namespace {
-
-void Require(bool condition) {
-    if (!condition) {
-        std::abort();
-    }
-}
 
 DWORD Sum(const std::vector<DWORD>& durations) {
     DWORD sum = 0;
@@ -41,7 +37,7 @@ void ChooseStarts(const MPD& mpd, const std::uint8_t* data, size_t size) {
     for (const StartPreference& preference :
          {StartPreference{}, StartPreference{.segmentId = id}, StartPreference{.delayTime = seed},
           StartPreference{.delaySegment = seed % 8}}) {
-        Require(ChooseStartIndex(mpd, preference) < count);
+        Require(ChooseStartIndex(mpd, preference) < count, "the start is on the timeline");
     }
 }
 
@@ -54,13 +50,13 @@ void UseAsTheLoaderDoes(const MPD& mpd, const std::uint8_t* data, size_t size) {
     for (const auto& index : {selection.audio, selection.video}) {
         if (index) {
             const RepresentationInfo* chosen = FindRepresentation(mpd, *index);
-            Require(chosen != nullptr);
+            Require(chosen != nullptr, "what was chosen is there");
             SegmentUrl(*chosen, 0);
             SegmentUrl(*chosen, mpd.m_segmentDurations.size() - 1);
         }
     }
     if (const AdaptationSetInfo* video = FirstVideoSet(mpd)) {
-        Require(QualityText(*video).ends_with(L'}'));
+        Require(QualityText(*video).ends_with(L'}'), "the quality list is closed");
     }
 }
 
@@ -71,9 +67,11 @@ void ParseAndUse(const std::uint8_t* data, size_t size, bool announceLength) {
     MpdParser parser(std::move(client));
     const auto mpd = std::make_shared<MPD>();
     const HRESULT result = parser.parse(L"http://origin/live.mpd", mpd);
-    Require(result == S_OK || result == E_FAIL || result == E_UNEXPECTED || result == E_OUTOFMEMORY);
+    Require(result == S_OK || result == E_FAIL || result == E_UNEXPECTED || result == E_OUTOFMEMORY,
+            "a documented result");
+    Require(mpd->m_segmentDurations.size() <= kMostSegments, "at most so many segments");
     if (result == S_OK) {
-        Require(mpd->m_totalDuration == Sum(mpd->m_segmentDurations));
+        Require(mpd->m_totalDuration == Sum(mpd->m_segmentDurations), "the total duration");
         UseAsTheLoaderDoes(*mpd, data, size);
     }
 }
@@ -84,6 +82,7 @@ void ParseAndUse(const std::uint8_t* data, size_t size, bool announceLength) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, size_t size);
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, size_t size) {
+    [[maybe_unused]] static const bool once = (kvmpd::test::LogToNobody(), true);
     // Without a length the sink clears its five megabytes, which costs a thousand times the parse: one input in 256.
     kvmpd::test::ParseAndUse(data, size, /*announceLength=*/size == 0 || data[size - 1] != 0x20);
     return 0;

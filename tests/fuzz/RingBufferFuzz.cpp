@@ -3,10 +3,10 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <deque>
 
+#include "tests/fuzz/FuzzInput.h"
+#include "tests/fuzz/FuzzRequire.h"
 #include "tests/stream/RingTestAccess.h"
 
 namespace kvmpd::test {
@@ -19,43 +19,6 @@ const PatternFile& File() {
     return file;
 }
 
-void Require(bool condition, const char* what) {
-    if (!condition) {
-        std::fprintf(stderr, "the model differs: %s\n", what);
-        std::abort();
-    }
-}
-
-/// The fuzzer's bytes as numbers; zeroes when they are used up.
-class Input {
-  public:
-    Input(const std::uint8_t* data, size_t size) : m_data(data), m_left(size) {}
-    bool IsEmpty() const { return m_left == 0; }
-    DWORD Byte() {
-        if (m_left == 0) {
-            return 0;
-        }
-        --m_left;
-        return *m_data++;
-    }
-    DWORD Word() { return Byte() << 8 | Byte(); }
-    /// Mostly small, sometimes anything.
-    LONGLONG Position() {
-        if (Byte() != 255) {
-            return static_cast<LONGLONG>(Word()) - 300;
-        }
-        ULONGLONG value = 0;
-        for (int i = 0; i < 8; ++i) {
-            value = value << 8 | Byte();
-        }
-        return static_cast<LONGLONG>(value);
-    }
-
-  private:
-    const std::uint8_t* m_data;
-    size_t m_left;
-};
-
 /// What the file holds at [offset, offset + count), or that it does not hold all of it.
 bool ReadModelFile(size_t offset, size_t count, std::deque<BYTE>& to) {
     if (offset + count > kFileSize) {
@@ -67,7 +30,7 @@ bool ReadModelFile(size_t offset, size_t count, std::deque<BYTE>& to) {
     return true;
 }
 
-void FuzzRing(Input input) {
+void FuzzRing(FuzzInput input) {
     const DWORD size = input.Byte() + 1;
     CRingBuffer ring;
     Require(ring.Create(size), "create");
@@ -75,8 +38,8 @@ void FuzzRing(Input input) {
     while (!input.IsEmpty()) {
         const DWORD operation = input.Byte() % 5;
         if (operation == 0) {
-            const DWORD offset = input.Word() % (2 * kFileSize);
-            const DWORD count = input.Word() % (2 * size);
+            const DWORD offset = input.Short() % (2 * kFileSize);
+            const DWORD count = input.Short() % (2 * size);
             const HRESULT result = ring.WriteBinaryFromFile(File().Name(), offset, count);
             HRESULT expected = E_FAIL;
             if (count <= size - 1 - model.size()) {
@@ -84,7 +47,7 @@ void FuzzRing(Input input) {
             }
             Require(result == expected, "ring write");
         } else if (operation == 1) {
-            const DWORD count = input.Word() % (2 * size);
+            const DWORD count = input.Short() % (2 * size);
             std::vector<BYTE> bytes(count);
             const bool discard = input.Byte() % 2 == 0;
             const HRESULT result = ring.ReadBinary(discard ? nullptr : bytes.data(), count);
@@ -95,8 +58,8 @@ void FuzzRing(Input input) {
                 model.erase(model.begin(), end);
             }
         } else if (operation == 2) {
-            const DWORD offset = input.Word() % (2 * size);
-            const DWORD count = input.Word() % (2 * size);
+            const DWORD offset = input.Short() % (2 * size);
+            const DWORD count = input.Short() % (2 * size);
             std::vector<BYTE> bytes(count);
             const HRESULT result = ring.PeekBinary(bytes.data(), offset, count);
             Require(result == (offset + count <= model.size() ? S_OK : E_FAIL), "ring peek");
@@ -176,7 +139,7 @@ class HandlerModel {
     ULONGLONG m_lastAccess = 0;
 };
 
-void FuzzHandler(Input input) {
+void FuzzHandler(FuzzInput input) {
     const DWORD size = input.Byte() + 1;
     BufferHandler handler;
     Require(handler.Init(size) == S_OK, "init");
@@ -184,8 +147,8 @@ void FuzzHandler(Input input) {
     while (!input.IsEmpty()) {
         const DWORD operation = input.Byte() % 8;
         if (operation < 4) {
-            const DWORD offset = input.Word() % (kFileSize + 100);
-            const DWORD length = input.Word() % (2 * size);
+            const DWORD offset = input.Short() % (kFileSize + 100);
+            const DWORD length = input.Short() % (2 * size);
             DWORD written = 77;
             DWORD expectedWritten = 77;
             const HRESULT expected = model.Write(offset, length, expectedWritten);
@@ -194,7 +157,7 @@ void FuzzHandler(Input input) {
         } else if (operation < 7) {
             const LONGLONG position =
                 input.Byte() % 2 == 0 ? input.Position() : handler.StartPos() + static_cast<LONGLONG>(input.Byte());
-            const DWORD length = input.Word() % (2 * size);
+            const DWORD length = input.Short() % (2 * size);
             std::vector<BYTE> bytes(length);
             std::vector<BYTE> expected;
             const DWORD count = handler.ReadBuffer(position, bytes.data(), length);
@@ -202,7 +165,7 @@ void FuzzHandler(Input input) {
             bytes.resize(count);
             Require(bytes == expected, "handler bytes");
         } else if (input.Byte() % 8 == 0) {
-            const LONGLONG position = input.Word();
+            const LONGLONG position = input.Short();
             handler.Clear();
             handler.StartAt(position);
             model.StartAt(position);
@@ -218,7 +181,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, size_t size) {
     if (size == 0) {
         return 0;
     }
-    const kvmpd::test::Input input(data + 1, size - 1);
+    const kvmpd::test::FuzzInput input(data + 1, size - 1);
     if (data[0] % 2 == 0) {
         kvmpd::test::FuzzRing(input);
     } else {

@@ -52,6 +52,36 @@ TEST_F(CacheRead, RefusesWhatTheCacheHasReleased) {
     EXPECT_EQ(ReadAudio(30, 1), S_OK);
 }
 
+// A reader that has not found its range in the ring waits for the cache, while a feed pass copies the range and a push
+// releases it.
+TEST_F(CacheRead, ServesWhatWasCopiedAndReleasedBetweenItsTwoLooks) {
+    Stream().CreateBuffer(10000);
+    for (const bool isVideo : {true, false}) {
+        Stream().resetSegmentCache(true);
+        Stream().SetMaxCacheTime(10);
+        PushSegments(100, 5, 1000, 300, 30);
+        std::vector<BYTE> bytes;
+        HRESULT result = E_FAIL;
+        std::thread reader;
+        {
+            const CritSecLock cache(Access::CacheLock(Stream()));
+            Stream().releaseBuffer();
+            Access::ResetBufferEvent(Stream());
+            reader = std::thread([&] { result = ReadAt(isVideo, 5, 20, bytes); });
+            while (!Access::IsBufferEventSet(Stream())) {  // set with the first look
+                std::this_thread::yield();
+            }
+            Stream().ReadSegmentCacheToBuffer();
+            Stream().SetMaxCacheTime(2);
+            Push(MakeSegment(105, 1000, 300, 30));
+            EXPECT_GT(Cache().videoStart, 25);
+        }
+        reader.join();
+        EXPECT_EQ(result, S_OK) << isVideo;
+        EXPECT_EQ(bytes, Slice(MediaBytes(100, isVideo, 30), 5, 20)) << isVideo;
+    }
+}
+
 TEST_F(CacheRead, LooksAtTheEndBeforeTheBeginning) {
     PushSegments(100, 1, 1000, 300, 30);
     Stream().SeekToTargetSegment(101);
