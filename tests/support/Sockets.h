@@ -59,7 +59,8 @@ class Listener {
     std::atomic<std::intptr_t> m_native;  // made after m_port, which it fills in; Interrupt may end it
 };
 
-/// A port of 127.0.0.1 on which nobody listens (it was free a moment ago).
+/// A port of 127.0.0.1 on which nobody listens: it is bound, to this process and to its end, so that no server of a test
+/// that runs at the same time is given it.
 std::uint16_t RefusedPort();
 
 /// Puts another protocol between a peer and its socket, for example TLS. The socket outlives what is returned. Returns

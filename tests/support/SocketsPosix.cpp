@@ -114,8 +114,11 @@ void Listener::Interrupt() {
 }
 
 std::uint16_t RefusedPort() {
-    std::uint16_t port = 0;
-    ::close(BoundSocket(port));
+    static const std::uint16_t port = [] {
+        std::uint16_t bound = 0;
+        BoundSocket(bound);  // held to the end of the process
+        return bound;
+    }();
     return port;
 }
 
