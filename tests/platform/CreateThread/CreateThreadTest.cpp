@@ -90,12 +90,14 @@ TEST(CreateThread, SeveralWaitersSeeOneEnd) {
 }
 
 TEST(CreateThread, AWaitOutlastsTheThreadsThreadLocals) {
+    // The destructor must not touch its object: GCC for Windows emulates thread-local storage and gives an object's memory
+    // back before it runs the object's destructor.
     static std::atomic<int> destroyed{0};
     struct Late {
-        bool used = false;
+        Late() {}  // not trivial, so that the first use constructs it and registers its destructor
         ~Late() {
             Sleep(2);  // a wait that did not care would be back before
-            destroyed += used ? 1 : 0;
+            ++destroyed;
         }
     };
     destroyed = 0;
@@ -103,7 +105,7 @@ TEST(CreateThread, AWaitOutlastsTheThreadsThreadLocals) {
         nullptr, 0,
         [](LPVOID) -> DWORD {
             static thread_local Late late;
-            late.used = true;
+            static_cast<void>(late);
             return 0;
         },
         nullptr, 0, nullptr));
