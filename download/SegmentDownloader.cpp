@@ -13,6 +13,16 @@ constexpr int kAttempts = 3;
 constexpr wchar_t kAudioExtension[] = L".m4a";
 constexpr wchar_t kVideoExtension[] = L".mp4";
 
+/// Queues the end marker. A close must not fail, least of all in a destructor: without memory for the marker the queue
+/// is closed instead, which ends the thread as well.
+void EndQueue(SegmentQueue& queue) noexcept {
+    try {
+        queue.push(std::make_shared<Segment>());
+    } catch (const std::bad_alloc&) {
+        queue.close();
+    }
+}
+
 }  // namespace
 
 /// One of a segment's two files and where its outcome is noted.
@@ -75,7 +85,7 @@ void SegmentDownloader::clear() {
         queue->clear();
         // A close that queued its marker just before must not lose it with the rest: its thread would sleep for ever.
         if (m_bClosing.load()) {
-            queue->push(std::make_shared<Segment>());
+            EndQueue(*queue);
         }
     }
     m_bDiscard.store(true);
@@ -93,7 +103,6 @@ bool SegmentDownloader::TakeDiscard(const Segment& segment) {
 
 HRESULT SegmentDownloader::CloseThread() {
     Log(4, L" SegmentDownloader::CloseThread ");
-    auto endMarker = std::make_shared<Segment>();  // before the flag: a close that fails here can be repeated
     if (m_bClosing.exchange(true)) {
         return 0;
     }
@@ -103,7 +112,7 @@ HRESULT SegmentDownloader::CloseThread() {
         queue = m_segmentQueue;
     }
     if (queue) {
-        queue->push(std::move(endMarker));
+        EndQueue(*queue);
     }
     return WorkerProcessor::CloseThread();
 }

@@ -32,8 +32,8 @@ class SegmentDownloader : public WorkerProcessor {
     DWORD ThreadProc() override;
 
   public:
-    /// Queues the end marker and waits for the thread, which first finishes the segment in hand. A second call returns
-    /// 0 at once.
+    /// Queues the end marker (without memory for it: closes the queue) and waits for the thread, which first finishes the
+    /// segment in hand. A second call returns 0 at once.
     HRESULT CloseThread() override;
 
     /// Sets the queue to work from and starts the thread; the result of the start.

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include "download/SegmentDownloader.h"
+#include "tests/common/Allocations.h"
 #include "tests/download/DownloaderFixture.h"
 #include "tests/download/LogLevel.h"
 #include "tests/support/Environment.h"
@@ -243,6 +244,19 @@ TEST_F(SegmentDownloaderClose, WhileTheThreadWaitsForASegmentHandsOnTheMarker) {
     EXPECT_FALSE(m_downloader->IsThreadRunning());
     EXPECT_EQ(m_receiver.Numbers(), Numbers{kEndMarker});
     EXPECT_TRUE(m_receiver.Segments().front()->IsEndMarker());
+}
+
+TEST_F(SegmentDownloaderClose, WithoutMemoryForTheMarkerEndsTheThreadAllTheSame) {
+    Start();
+    while (m_queue->WaitingThreads() == 0) {
+        std::this_thread::yield();
+    }
+    {
+        const test::NoMemory none;
+        m_downloader->CloseThread();
+    }
+    EXPECT_FALSE(m_downloader->IsThreadRunning());
+    EXPECT_EQ(m_receiver.Numbers(), Numbers{});
 }
 
 TEST_F(SegmentDownloaderClose, InTheMiddleOfADownloadFinishesThatSegmentAndTakesNoOther) {

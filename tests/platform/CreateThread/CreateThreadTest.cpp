@@ -90,8 +90,8 @@ TEST(CreateThread, SeveralWaitersSeeOneEnd) {
 }
 
 TEST(CreateThread, AWaitOutlastsTheThreadsThreadLocals) {
-    // The destructor must not touch its object: GCC for Windows emulates thread-local storage and gives an object's memory
-    // back before it runs the object's destructor.
+    // The destructor must not touch its object: GCC for Windows emulates thread-local storage and gives an object's
+    // memory back before it runs the object's destructor.
     static std::atomic<int> destroyed{0};
     struct Late {
         Late() {}  // not trivial, so that the first use constructs it and registers its destructor
