@@ -1,7 +1,6 @@
 // Part of the library where there is no COM to ask, and of the host on Windows: there the module exports what a COM
-// server exports and no more.
+// server exports and no more. It is installed as a source file there, and needs the public headers only.
 
-#include "common/ComPtr.h"
 #include "filter/KVMPDSrc.h"
 
 STDAPI KVMPDCreateInstance(REFCLSID rclsid, IUnknown* outer, REFIID riid, void** ppv) {
@@ -9,9 +8,12 @@ STDAPI KVMPDCreateInstance(REFCLSID rclsid, IUnknown* outer, REFIID riid, void**
         return E_POINTER;
     }
     *ppv = nullptr;
-    kvmpd::ComPtr<IClassFactory> factory;
-    if (const HRESULT hr = DllGetClassObject(rclsid, IID_IClassFactory, factory.putVoid()); FAILED(hr)) {
+    IClassFactory* factory = nullptr;
+    if (const HRESULT hr = DllGetClassObject(rclsid, IID_IClassFactory, reinterpret_cast<void**>(&factory));
+        FAILED(hr)) {
         return hr;
     }
-    return factory->CreateInstance(outer, riid, ppv);
+    const HRESULT hr = factory->CreateInstance(outer, riid, ppv);
+    factory->Release();
+    return hr;
 }

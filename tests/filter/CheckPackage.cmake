@@ -1,10 +1,11 @@
-# Installs the package into a folder of its own, builds the example host against it, once with find_package and once
-# with pkg-config, and runs it: a refused connection is reported in one sentence and ends the host.
+# Installs the package into a folder of its own, builds the example host against it, once with find_package and, not for
+# Windows, once with pkg-config, and runs it: a refused connection is reported in one sentence and ends the host.
 file(REMOVE_RECURSE ${WORK})
 execute_process(COMMAND ${CMAKE_COMMAND} --install ${BUILD} --component kvmpdsrc --prefix ${WORK}/prefix
                 OUTPUT_QUIET COMMAND_ERROR_IS_FATAL ANY)
 execute_process(COMMAND ${CMAKE_COMMAND} -S ${HOST} -B ${WORK}/build -DCMAKE_PREFIX_PATH=${WORK}/prefix
-                        -DCMAKE_CXX_COMPILER=${CXX} -DCMAKE_CXX_FLAGS=${FLAGS}
+                        -DCMAKE_CXX_COMPILER=${CXX} -DCMAKE_CXX_FLAGS=${FLAGS} -DCMAKE_TOOLCHAIN_FILE=${TOOLCHAIN}
+                        -DCMAKE_FIND_ROOT_PATH=${WORK}/prefix
                 OUTPUT_QUIET COMMAND_ERROR_IS_FATAL ANY)
 execute_process(COMMAND ${CMAKE_COMMAND} --build ${WORK}/build OUTPUT_QUIET COMMAND_ERROR_IS_FATAL ANY)
 
@@ -18,13 +19,19 @@ if(found EQUAL -1)
 endif()
 
 function(check_host program)
-    execute_process(COMMAND ${program} http://127.0.0.1:1/live.mpd ${WORK} RESULT_VARIABLE result
+    execute_process(COMMAND ${EMULATOR} ${program}${SUFFIX} http://127.0.0.1:1/live.mpd ${WORK} RESULT_VARIABLE result
                     OUTPUT_VARIABLE output ERROR_VARIABLE errors TIMEOUT 60)
     if(NOT result EQUAL 1 OR NOT errors MATCHES "manifest: failed")
         message(FATAL_ERROR "${program} ended with ${result}\n${output}\n${errors}")
     endif()
 endfunction()
+if(SUFFIX)
+    file(COPY ${WORK}/prefix/bin/KVMPDSrc.ax DESTINATION ${WORK}/build)  # modules are looked for beside the program
+endif()
 check_host(${WORK}/build/minimal-host)
+if(SUFFIX)
+    return()
+endif()
 
 find_program(PKG_CONFIG pkg-config)
 if(NOT PKG_CONFIG)
