@@ -40,9 +40,10 @@ function(kv_add_test program)
     endif()
     add_executable(${program} ${ARG_SOURCES})
     target_link_libraries(${program} PRIVATE kv_test_support ${ARG_DEPS})
-    # Tests are compiled lightly: the rooms are what is optimised and what undefined behaviour is looked for in.
+    # Tests are compiled lightly: the rooms are what is optimised and what undefined behaviour is looked for in. A
+    # sanitizer's checks in optimised tests would cost most of the build's time.
     if(NOT MSVC)
-        target_compile_options(${program} PRIVATE -O1 -g1)
+        target_compile_options(${program} PRIVATE $<IF:$<BOOL:${KV_SANITIZE}>,-O0,-O1> -g1)
     endif()
     if(KV_SANITIZE MATCHES "undefined")
         # As a property of the sources: it has to stand behind the options that come with the rooms.
