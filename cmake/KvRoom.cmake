@@ -43,7 +43,11 @@ function(kv_add_test program)
     # Tests are compiled lightly: the rooms are what is optimised and what undefined behaviour is looked for in. A
     # sanitizer's checks in optimised tests would cost most of the build's time.
     if(NOT MSVC)
-        target_compile_options(${program} PRIVATE $<IF:$<BOOL:${KV_SANITIZE}>,-O0,-O1> -g1)
+        set(optimisation -O1)
+        if(KV_SANITIZE)
+            set(optimisation -O0)
+        endif()
+        target_compile_options(${program} PRIVATE ${optimisation} -g1)
     endif()
     if(KV_SANITIZE MATCHES "undefined")
         # As a property of the sources: it has to stand behind the options that come with the rooms.

@@ -84,9 +84,10 @@ class Cell {
         if (m_fault.duration == Duration::kForEver) {
             return IsEnough();
         }
-        if (IsOver()) {
+        if (!m_frozen && IsOver()) {
             m_origin.Freeze();
             m_frozen = true;
+            return false;  // the ledger of this round may lack a manifest that was asked for just before
         }
         return m_frozen && m_judgement.settled && HasHeardAll();
     }
@@ -97,9 +98,13 @@ class Cell {
             const HRESULT result = m_host->Read(base + static_cast<LONGLONG>(read), got);
             if (result != S_OK || stream.compare(read, got.size(), got) != 0) {
                 std::ostringstream text;
-                text << (base == 0 ? "video" : "audio") << " bytes from " << read << " of " << stream.size()
-                     << (result == S_OK ? " differ" : " do not come: result 0x") << std::hex
-                     << static_cast<unsigned>(result) << "; " << State();
+                text << (base == 0 ? "video" : "audio") << " bytes from " << read << " of " << stream.size();
+                if (result == S_OK) {
+                    text << " differ";
+                } else {
+                    text << " do not come: result 0x" << std::hex << static_cast<unsigned>(result);
+                }
+                text << "; " << State();
                 Fail(text.str());
                 return false;
             }
@@ -160,8 +165,8 @@ class Cell {
 
     /// Whether a passing fault is over and the target is served again.
     bool IsOver() const {
-        if (m_frozen || Faulted() == 0) {
-            return m_frozen;
+        if (Faulted() == 0) {
+            return false;
         }
         if (IsManifest(m_fault.target)) {
             return m_judgement.newsAfterFault;
@@ -242,17 +247,15 @@ class Cell {
     }
 
     void CheckRate() {
-        const auto& manifests = m_ledger.manifests;
-        m_result.manifestFetches = manifests.size();
-        for (size_t i = 0; i < manifests.size(); ++i) {
-            size_t inWindow = 1;
-            while (i + inWindow < manifests.size() && manifests[i + inWindow].at - manifests[i].at < kRateWindow) {
-                ++inWindow;
-            }
-            m_result.mostManifestsInASecond = std::max(m_result.mostManifestsInASecond, inWindow);
-        }
+        m_result.manifestFetches = m_ledger.manifests.size();
+        m_result.mostManifestsInASecond = MostManifestsWithin(m_ledger, kRateWindow);
         if (m_result.mostManifestsInASecond > 2) {
-            Fail(std::to_string(m_result.mostManifestsInASecond) + " manifests asked for within a second");
+            std::ostringstream text;
+            text << m_result.mostManifestsInASecond << " manifests asked for within a second; all of them, in ms:";
+            for (const ManifestFetch& fetch : m_ledger.manifests) {
+                text << ' ' << std::chrono::duration_cast<milliseconds>(fetch.at - m_begin).count();
+            }
+            Fail(text.str());
         }
         if (m_ledger.redirectHops > Faulted() * MostRedirects()) {
             Fail(std::to_string(m_ledger.redirectHops) + " steps around " + std::to_string(Faulted()) + " redirects");
@@ -294,6 +297,7 @@ class Cell {
         const bool none = lost == 0 && m_result.skipped == 0;
         const bool steady = m_result.manifestsFailed == 0 && m_sources == 1 && m_wakes == 0;
         const bool allOfTen = m_fault.duration == Duration::kTenSegments && !IsSlow(m_fault.kind);
+        const bool allReported = m_result.manifestsFailed == m_result.faultedRequests;
         switch (outcome) {
             case Outcome::kNothingLost:
             case Outcome::kStoredAsMedia:
@@ -303,9 +307,9 @@ class Cell {
             case Outcome::kFaultedLost:
                 return (allOfTen ? lost == kFaultSegments : lost >= 1) && m_result.skipped == 0 && steady;
             case Outcome::kWokenByHost:
-                return none && m_result.manifestsFailed == m_result.faultedRequests && m_sources == 1 && m_wakes >= 1;
+                return none && allReported && m_sources == 1 && m_wakes == m_result.faultedRequests;
             case Outcome::kReplacedByHost:
-                return none && m_result.manifestsFailed == m_result.faultedRequests && m_sources >= 2 && m_wakes == 0;
+                return none && allReported && m_sources == 1 + m_result.faultedRequests && m_wakes == 0;
             case Outcome::kReportedUntilStop:
                 return none && m_result.manifestsFailed >= kEnoughManifests - 1;
             case Outcome::kNumbersLost:
@@ -385,7 +389,14 @@ milliseconds StopBound(const FaultCase& fault) {
     if (IsStall(fault.kind)) {
         return IsManifest(fault.target) ? kShortReceiveTimeout : kAttempts * kShortReceiveTimeout;
     }
-    return fault.kind == FaultKind::kTrickle ? 2 * kTrickledBytes * kTricklePace : milliseconds(0);
+    switch (fault.kind) {
+        case FaultKind::kTrickle:
+            return 2 * kTrickledBytes * kTricklePace;
+        case FaultKind::kStallThatEnds:
+            return 2 * kPauses * kPause;
+        default:
+            return milliseconds(0);
+    }
 }
 
 CellResult RunCell(const FaultCase& fault) {

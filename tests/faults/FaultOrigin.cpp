@@ -6,7 +6,6 @@
 #include <utility>
 
 #include "tests/faults/Answers.h"
-#include "tests/faults/CompressedTime.h"
 #include "tests/faults/PlatformList.h"
 
 namespace kvmpd::test {
@@ -64,7 +63,6 @@ FaultOrigin::FaultOrigin(const FaultCase& fault, std::filesystem::path folder, s
       m_settledThrough(std::move(settledThrough)),
       m_secure(IsTls(fault.kind)),
       m_edge(kFirstEdge) {
-    m_refusing.Interrupt();
     if (m_secure) {
         m_goodTls = GoodTls();
         m_badTls = BadTls(fault.kind);
@@ -309,7 +307,7 @@ bool FaultOrigin::ServeSegment(Door& door, ByteConnection& stream, int number, P
 bool FaultOrigin::Misbehave(Door& door, ByteConnection& stream, const std::string& body) {
     switch (m_fault.kind) {
         case FaultKind::kConnectionRefused:
-            stream.Send(RedirectAnswer("http://127.0.0.1:" + std::to_string(m_refusing.Port()) + "/"));
+            stream.Send(RedirectAnswer("http://127.0.0.1:" + std::to_string(RefusedPort()) + "/"));
             return false;
         case FaultKind::kRedirectLoop:
             stream.Send(RedirectAnswer(DoorUrl(door.target) + "loop"));
@@ -329,13 +327,18 @@ bool FaultOrigin::Misbehave(Door& door, ByteConnection& stream, const std::strin
             stream.Send(HalfAnswer(body));
             WaitForClient(stream);
             return false;
+        case FaultKind::kStallThatEnds:
+            stream.Send(HeadOnly(body));
+            Pause(kPause);
+            stream.Send(body.substr(0, body.size() / 2));
+            Pause(kPause);
+            stream.Send(body.substr(body.size() / 2));
+            return false;
         case FaultKind::kTrickle: {
             const size_t quick = body.size() - kTrickledBytes;
             bool open = stream.Send(HeadOnly(body) + body.substr(0, quick));
             for (size_t at = quick; open && at < body.size(); ++at) {
-                std::unique_lock lock(m_mutex);
-                m_changed.wait_for(lock, kTricklePace, [this] { return m_ending; });
-                lock.unlock();
+                Pause(kTricklePace);
                 open = stream.Send(body.substr(at, 1));
             }
             return false;
@@ -344,6 +347,12 @@ bool FaultOrigin::Misbehave(Door& door, ByteConnection& stream, const std::strin
             stream.Send(WrongAnswer(m_fault.kind, body));
             return false;
     }
+}
+
+/// Sends nothing for so long, or until the origin ends.
+void FaultOrigin::Pause(milliseconds time) {
+    std::unique_lock lock(m_mutex);
+    m_changed.wait_for(lock, time, [this] { return m_ending; });
 }
 
 /// Returns when the client has given up.

@@ -17,6 +17,7 @@
 #include <thread>
 #include <vector>
 
+#include "tests/faults/CompressedTime.h"
 #include "tests/faults/FaultTable.h"
 #include "tests/faults/Ledger.h"
 #include "tests/support/Sockets.h"
@@ -71,6 +72,7 @@ class FaultOrigin {
     bool Misbehave(Door& door, ByteConnection& stream, const std::string& body);
     void StrikeDisk(Door& door, int number);
     void WaitForClient(ByteConnection& stream);
+    void Pause(milliseconds time);
 
     bool StrikesConnection(Door& door, Place& place);
     bool StrikesManifest(size_t index) const;
@@ -84,7 +86,6 @@ class FaultOrigin {
     const std::filesystem::path m_folder;
     const std::function<void(int)> m_settledThrough;
     const bool m_secure;
-    Listener m_refusing;  // bound and not listening: nobody else can get its port
     ConnectionWrap m_goodTls;
     ConnectionWrap m_badTls;
 

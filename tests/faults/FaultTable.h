@@ -23,6 +23,7 @@ enum class FaultKind {
     kNoContentLength,
     kWrongContentLength,
     kTrickle,
+    kStallThatEnds,
     kStallBeforeBody,
     kStallMidBody,
     kHtml,
@@ -89,6 +90,7 @@ inline constexpr std::array kKinds{
     FaultKind::kNoContentLength,
     FaultKind::kWrongContentLength,
     FaultKind::kTrickle,
+    FaultKind::kStallThatEnds,
     FaultKind::kStallBeforeBody,
     FaultKind::kStallMidBody,
     FaultKind::kHtml,
@@ -123,7 +125,12 @@ constexpr bool IsStall(FaultKind kind) {
 
 /// Kinds whose faulted requests take time by themselves: ten segments of them are bounded by the clock as well.
 constexpr bool IsSlow(FaultKind kind) {
-    return IsStall(kind) || kind == FaultKind::kTrickle;
+    return IsStall(kind) || kind == FaultKind::kTrickle || kind == FaultKind::kStallThatEnds;
+}
+
+/// Kinds whose answer is the right body, only sent strangely.
+constexpr bool BringsTheBody(FaultKind kind) {
+    return kind == FaultKind::kNoContentLength || kind == FaultKind::kTrickle || kind == FaultKind::kStallThatEnds;
 }
 
 constexpr std::string_view NameOf(FaultKind kind) {
@@ -158,6 +165,8 @@ constexpr std::string_view NameOf(FaultKind kind) {
             return "wrong Content-Length";
         case FaultKind::kTrickle:
             return "one byte per second";
+        case FaultKind::kStallThatEnds:
+            return "stall that ends in time";
         case FaultKind::kStallBeforeBody:
             return "stall before the body";
         case FaultKind::kStallMidBody:
@@ -257,6 +266,7 @@ constexpr Effect EffectOf(FaultKind kind, Target target) {
             return manifest ? Effect::kManifestMalformed : Effect::kTaken;
         case FaultKind::kNoContentLength:
         case FaultKind::kTrickle:
+        case FaultKind::kStallThatEnds:
         case FaultKind::kHole:
         case FaultKind::kNumberJump:
         case FaultKind::kHugeManifest:
@@ -309,8 +319,7 @@ constexpr Outcome OutcomeOfSegment(FaultKind kind, Target target, Duration durat
     switch (EffectOf(kind, target)) {
         case Effect::kTaken:
         case Effect::kCut:
-            return kind == FaultKind::kNoContentLength || kind == FaultKind::kTrickle ? Outcome::kNothingLost
-                                                                                      : Outcome::kStoredAsMedia;
+            return BringsTheBody(kind) ? Outcome::kNothingLost : Outcome::kStoredAsMedia;
         case Effect::kNothingArrived:
         case Effect::kNoFolder:
             return once ? Outcome::kNothingLost : Outcome::kFaultedLost;  // within the three attempts

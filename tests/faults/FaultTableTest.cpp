@@ -4,8 +4,10 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "tests/faults/Answers.h"
 #include "tests/faults/FaultOrigin.h"
@@ -40,7 +42,7 @@ TEST(FaultTableNames, AreThereAndDiffer) {
         EXPECT_FALSE(NameOf(kind).empty());
         EXPECT_TRUE(names.insert(NameOf(kind)).second) << NameOf(kind);
     }
-    EXPECT_EQ(names.size(), 30u);
+    EXPECT_EQ(names.size(), kKinds.size());
 }
 
 TEST(FaultTableTargets, EveryKindHasOne) {
@@ -184,6 +186,25 @@ TEST(Judge, FailedManifestsAreCountedByTheirKindAndNumbersThatWereNeverListedAre
     EXPECT_EQ(judgement.skipped, 3u);
     EXPECT_TRUE(judgement.newsAfterFault);
     EXPECT_FALSE(judgement.settled);
+}
+
+Ledger AskedForAt(const std::vector<int>& times) {
+    Ledger ledger;
+    for (const int time : times) {
+        ledger.manifests.emplace_back();
+        ledger.manifests.back().at += std::chrono::milliseconds(time);
+    }
+    return ledger;
+}
+
+TEST(RateOfManifests, CountsTheMostWithinTheWindowWhereverItBegins) {
+    constexpr std::chrono::milliseconds window{1000};
+    EXPECT_EQ(MostManifestsWithin(AskedForAt({}), window), 0u);
+    EXPECT_EQ(MostManifestsWithin(AskedForAt({5}), window), 1u);
+    EXPECT_EQ(MostManifestsWithin(AskedForAt({0, 1000, 2000, 3000}), window), 1u);
+    EXPECT_EQ(MostManifestsWithin(AskedForAt({900, 1000, 2000, 3000}), window), 2u);
+    EXPECT_EQ(MostManifestsWithin(AskedForAt({0, 1000, 1400, 1999, 2000}), window), 3u);
+    EXPECT_EQ(MostManifestsWithin(AskedForAt({0, 100, 200, 300, 1300}), window), 4u);
 }
 
 }  // namespace

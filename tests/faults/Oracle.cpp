@@ -161,4 +161,17 @@ Judgement Judge(const Ledger& ledger, size_t manifestsBefore, int delay) {
     return judgement;
 }
 
+size_t MostManifestsWithin(const Ledger& ledger, std::chrono::milliseconds window) {
+    const auto& manifests = ledger.manifests;
+    size_t most = 0;
+    for (size_t i = 0; i < manifests.size(); ++i) {
+        size_t inWindow = 1;
+        while (i + inWindow < manifests.size() && manifests[i + inWindow].at - manifests[i].at < window) {
+            ++inWindow;
+        }
+        most = std::max(most, inWindow);
+    }
+    return most;
+}
+
 }  // namespace kvmpd::test

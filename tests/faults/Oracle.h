@@ -10,6 +10,7 @@
 //   - A manifest that fails is reported by event 0, and nothing happens until the host does something.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <optional>
 #include <set>
@@ -38,5 +39,11 @@ struct Judgement {
 
 /// Judges what a source has asked for that was made when the ledger held `manifestsBefore` manifests and nothing else.
 Judgement Judge(const Ledger& ledger, size_t manifestsBefore, int delay);
+
+/// The most manifests that were asked for within any stretch of time shorter than `window`. Each is dated by the origin
+/// before it is answered. No load can bring three of them into one window when the component and the host keep to their
+/// pace: the third is not asked for until a window after the second was begun (by the component) or has failed (by the
+/// host), and the second not before the first was dated and answered.
+size_t MostManifestsWithin(const Ledger& ledger, std::chrono::milliseconds window);
 
 }  // namespace kvmpd::test

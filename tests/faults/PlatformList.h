@@ -11,8 +11,8 @@
 
 namespace kvmpd::test {
 
-/// Why this system's list goes without this kind; empty when it has it.
-std::string_view NotOnThisList(FaultKind kind);
+/// Why this system's list goes without this kind at this target; empty when it has it.
+std::string_view NotOnThisList(FaultKind kind, Target target);
 
 /// How many redirects one request follows at most.
 size_t MostRedirects();

@@ -43,7 +43,7 @@ std::unique_ptr<ByteConnection> NoHandshake(Socket& socket) {
 
 }  // namespace
 
-std::string_view NotOnThisList(FaultKind /*kind*/) {
+std::string_view NotOnThisList(FaultKind /*kind*/, Target /*target*/) {
     return {};
 }
 
