@@ -9,10 +9,12 @@
 namespace kvmpd {
 
 BOOL DownloadNetKernelStream::OnContentLength(std::uint64_t length) {
+    m_refused = length > kLargestBodyInMemory;
+    if (m_refused) {
+        Log(3, L"[Error] DownloadNetKernelStream::OnContentLength announced length is too large: %llu", length);
+        return 0;
+    }
     try {
-        if (length > kLargestBodyInMemory) {
-            throw std::bad_alloc();  // as much memory as this is not to be had for a body
-        }
         m_buffer.resize(static_cast<size_t>(length));
     } catch (const std::bad_alloc&) {
         Log(3, L" DownloadNetKernelStream::OnContentLength out of memory");
@@ -25,6 +27,9 @@ BOOL DownloadNetKernelStream::OnContentLength(std::uint64_t length) {
 BOOL DownloadNetKernelStream::WriteInputStream(const BYTE* data, DWORD size) {
     if (size == 0) {
         return 1;
+    }
+    if (m_refused) {
+        return 0;
     }
     if (m_contentLength == 0) {
         INetKernelContentStream& self = *this;

@@ -8,8 +8,9 @@
 namespace kvmpd {
 
 /// Receives a response's body into memory. The memory is allocated once, for the announced length or, without one, for
-/// an assumed length; a body that grows beyond it is refused, and so is an announced length beyond kLargestBodyInMemory
-/// (then, as when memory runs out, the body counts as one without a length, and the engine fails it as cut short).
+/// an assumed length; a body that grows beyond it is refused, and so is, with its first block, one that announces more
+/// than kLargestBodyInMemory. When memory runs out the body counts as one without a length, and the engine fails it as
+/// cut short.
 /// Serves one request on one thread.
 class DownloadNetKernelStream final : public NetKernelContentStreamBase {
   public:
@@ -32,6 +33,7 @@ class DownloadNetKernelStream final : public NetKernelContentStreamBase {
     std::vector<BYTE> m_buffer;
     std::uint64_t m_contentLength = 0;
     std::uint64_t m_written = 0;
+    bool m_refused = false;  ///< The announced length is too large. The request's thread only, like the rest.
 };
 
 }  // namespace kvmpd

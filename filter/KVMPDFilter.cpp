@@ -14,14 +14,15 @@ namespace {
 
 constexpr wchar_t kSettingsKey[] = L"Software\\Kavotra\\MpdSource";
 
-// Runs an operation of an interface: no exception crosses it.
+// Runs an operation of an interface: no exception crosses it, neither one of this module's nor one that a host's
+// callback lets out of its AddRef.
 template <class Operation>
 HRESULT Guarded(Operation operation) {
     try {
         return operation();
     } catch (const std::bad_alloc&) {
         return E_OUTOFMEMORY;
-    } catch (const std::exception&) {
+    } catch (...) {
         return E_UNEXPECTED;
     }
 }

@@ -5,12 +5,14 @@
 #include <algorithm>
 #include <new>
 #include <span>
+#include <string_view>
 #include <utility>
 
 #include "common/Log.h"
 #include "download/DownloadNetKernelStream.h"
 #include "manifest/ManifestLimits.h"
 #include "manifest/MpdReader.h"
+#include "manifest/XmlDepth.h"
 #include "net/NetKernelBase.h"
 
 namespace kvmpd {
@@ -64,7 +66,12 @@ HRESULT MpdParser::Download(const std::wstring& url, tinyxml2::XMLDocument& docu
         Log(3, L"[Error] MpdParser::parse manifest has more than %d tags and attributes", kMostXmlItems);
         return E_FAIL;
     }
-    const tinyxml2::XMLError error = document.Parse(reinterpret_cast<const char*>(body.Buffer().data()), size);
+    const std::string_view text(reinterpret_cast<const char*>(body.Buffer().data()), size);
+    if (XmlDepth(text, kDeepestXml) > kDeepestXml) {
+        Log(3, L"[Error] MpdParser::parse manifest has more than %d elements within each other", kDeepestXml);
+        return E_FAIL;
+    }
+    const tinyxml2::XMLError error = document.Parse(text.data(), text.size());
     if (error != tinyxml2::XML_SUCCESS) {
         Log(3, L"[Error] MpdParser::parse get unexpected xml format: %d", error);
         return E_FAIL;

@@ -1,16 +1,17 @@
 #include "tests/common/Allocations.h"
 
+#include <cstdint>
 #include <cstdlib>
 #include <new>
 
 namespace {
 
 thread_local size_t t_allocations = 0;
-thread_local bool t_exhausted = false;
+thread_local size_t t_largest = SIZE_MAX;  // what the heap still gives
 
 void* Allocate(size_t size) {
     ++t_allocations;
-    void* const memory = t_exhausted ? nullptr : std::malloc(size ? size : 1);
+    void* const memory = size > t_largest || t_largest == 0 ? nullptr : std::malloc(size ? size : 1);
     if (!memory) {
         throw std::bad_alloc();
     }
@@ -46,12 +47,14 @@ size_t AllocationCount::Count() const {
     return t_allocations - m_before;
 }
 
-NoMemory::NoMemory() {
-    t_exhausted = true;
+NoMemory::NoMemory() : NoMemoryBeyond(0) {}
+
+NoMemoryBeyond::NoMemoryBeyond(size_t largest) {
+    t_largest = largest;
 }
 
-NoMemory::~NoMemory() {
-    t_exhausted = false;
+NoMemoryBeyond::~NoMemoryBeyond() {
+    t_largest = SIZE_MAX;
 }
 
 }  // namespace kvmpd::test

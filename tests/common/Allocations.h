@@ -16,13 +16,19 @@ class AllocationCount {
     size_t m_before;
 };
 
+/// While it lives, an allocation of the calling thread of more than `largest` bytes throws std::bad_alloc.
+class NoMemoryBeyond {
+  public:
+    explicit NoMemoryBeyond(size_t largest);
+    ~NoMemoryBeyond();
+    NoMemoryBeyond(const NoMemoryBeyond&) = delete;
+    NoMemoryBeyond& operator=(const NoMemoryBeyond&) = delete;
+};
+
 /// While it lives, every allocation of the calling thread throws std::bad_alloc.
-class NoMemory {
+class NoMemory : public NoMemoryBeyond {
   public:
     NoMemory();
-    ~NoMemory();
-    NoMemory(const NoMemory&) = delete;
-    NoMemory& operator=(const NoMemory&) = delete;
 };
 
 }  // namespace kvmpd::test

@@ -8,6 +8,7 @@
 
 #include "download/DownloadNetKernelStream.h"
 #include "download/FileDownloadStream.h"
+#include "tests/common/Allocations.h"
 #include "tests/download/DownloaderFixture.h"
 #include "tests/download/TestWorker.h"
 
@@ -21,6 +22,7 @@ BOOL Write(INetKernelContentStream& sink, const std::string& data) {
 TEST(DownloadLogLevels, OfSinksAndFiles) {
     const std::vector<LineAtLevel> table{
         {3, " DownloadNetKernelStream::OnContentLength out of memory"},
+        {3, "[Error] DownloadNetKernelStream::OnContentLength announced length is too large: 18446744073709551615"},
         {6, " DownloadNetKernelStream::WriteInputStream get content length failed. Use assume size: 5242880"},
         {3, "[Error] DownloadNetKernelStream::WriteInputStream Get too large buffer: 4 data. From: 0, total: 3"},
         {4, " DownloadNetKernelStream::OnWriteComplete "},
@@ -49,6 +51,10 @@ TEST(DownloadLogLevels, OfSinksAndFiles) {
                      assumed.OnWriteComplete();
                      DownloadNetKernelStream announced;
                      announced.OnContentLength(~std::uint64_t{0});
+                     {
+                         const NoMemoryBeyond little(1 << 16);
+                         announced.OnContentLength(1 << 20);
+                     }
                      announced.OnContentLength(3);
                      Write(announced, "four");
                      announced.OnWriteComplete();

@@ -1,5 +1,9 @@
 // The filter when the system has no memory, and what it asks of the settings.
+#include <functional>
+#include <new>
+#include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -19,6 +23,14 @@ class FilterWithoutMemory : public testing::Test {
     FilterWithoutMemory() : filter(MakeKVMPDFilter()), file(filter.get()) {}
 
     std::wstring LongUrl() { return peer.UrlW("/" + std::string(kLong, 'a')); }
+
+    std::wstring CurrentFile() {
+        LPOLESTR name = nullptr;
+        EXPECT_EQ(file->GetCurFile(&name, nullptr), S_OK);
+        const std::wstring text = name != nullptr ? name : L"";
+        CoTaskMemFree(name);
+        return text;
+    }
 
     ScriptedPeer peer;
     ComPtr<KVMPDFilter> filter;
@@ -65,6 +77,71 @@ TEST_F(FilterWithoutMemory, ALoadWhoseTypeCannotBeKeptLoadsTheUrl) {
     EXPECT_EQ(kept.subtype, kFakeSubtype);
     CoTaskMemFree(name);
 }
+
+TEST_F(FilterWithoutMemory, ALoadLeavesWhatWasLoadedAndTheNextOneWorks) {
+    const std::wstring before = peer.UrlW("/before.mpd");
+    ASSERT_EQ(file->Load(before.c_str(), nullptr), S_OK);
+    const std::wstring url = LongUrl();
+    {
+        const FailingAllocation fault(1, kLong * sizeof(wchar_t));
+        EXPECT_EQ(file->Load(url.c_str(), nullptr), S_OK);
+        EXPECT_TRUE(fault.Happened());
+    }
+    EXPECT_EQ(CurrentFile(), before);
+    EXPECT_EQ(file->Load(url.c_str(), nullptr), S_OK);
+    EXPECT_EQ(CurrentFile(), url);
+}
+
+TEST_F(FilterWithoutMemory, ACacheFolderIsRefused) {
+    std::string folder(kLong, 'f');
+    const FailingAllocation fault(1, kLong);
+    EXPECT_EQ(filter->Backdoor(kBackdoorCacheFolder, folder.data()), E_OUTOFMEMORY);
+    EXPECT_TRUE(fault.Happened());
+}
+
+/// A host's callback that throws where the component takes its reference.
+class ThrowingCallback final : public IKVMPDCallback {
+  public:
+    explicit ThrowingCallback(std::function<void()> thrower) : m_throw(std::move(thrower)) {}
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void** ppv) override { return *ppv = nullptr, E_NOINTERFACE; }
+    ULONG STDMETHODCALLTYPE AddRef() override {
+        m_throw();
+        return 2;
+    }
+    ULONG STDMETHODCALLTYPE Release() override { return 1; }
+    HRESULT STDMETHODCALLTYPE OnStreamEvent(DWORD, void*, void*) override { return S_OK; }
+    HRESULT STDMETHODCALLTYPE OnBuffering(LONGLONG, LONGLONG, LONGLONG) override { return S_OK; }
+
+  private:
+    const std::function<void()> m_throw;
+};
+
+struct Thrown {
+    const char* name;
+    std::function<void()> thrower;
+    HRESULT expected;
+};
+
+class ExceptionInAnOperation : public FilterWithoutMemory, public testing::WithParamInterface<Thrown> {};
+
+TEST_P(ExceptionInAnOperation, BecomesAResultAndLeavesTheFilterUsable) {
+    ThrowingCallback throwing(GetParam().thrower);
+    HRESULT hr = S_OK;
+    EXPECT_NO_THROW(hr = filter->SetCallback(&throwing));
+    EXPECT_EQ(hr, GetParam().expected);
+    RecordingCallback callback;
+    EXPECT_EQ(filter->SetCallback(&callback), S_OK);
+    peer.Otherwise(PeerReply::Ok("no manifest"));
+    EXPECT_EQ(file->Load(peer.UrlW("/live.mpd").c_str(), nullptr), S_OK);
+    EXPECT_NE(callback.WaitForId(kEventManifest).first, kManifestLoaded);
+    EXPECT_EQ(filter->SetCallback(nullptr), S_OK);
+}
+
+INSTANTIATE_TEST_SUITE_P(Kinds, ExceptionInAnOperation,
+                         testing::Values(Thrown{"NoMemory", [] { throw std::bad_alloc(); }, E_OUTOFMEMORY},
+                                         Thrown{"Standard", [] { throw std::runtime_error("host"); }, E_UNEXPECTED},
+                                         Thrown{"Other", [] { throw 7; }, E_UNEXPECTED}),
+                         [](const auto& tested) { return std::string(tested.param.name); });
 
 TEST_F(FilterWithoutMemory, NoFilterIsMade) {
     HRESULT hr = S_OK;

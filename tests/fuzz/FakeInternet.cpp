@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "common/Text.h"
+#include "tests/fuzz/MediaPattern.h"
 
 namespace kvmpd::test {
 namespace {
@@ -67,6 +68,7 @@ void FakeInternet::Reset() {
     m_videoSize = m_audioSize = 0;
     m_manifestFault = m_mediaFault = NetworkFault::kNone;
     m_spoiled = 0;
+    m_media.clear();
 }
 
 void FakeInternet::SetManifest(std::string manifest) {
@@ -91,6 +93,11 @@ size_t FakeInternet::SpoiledMedia() const {
     return m_spoiled;
 }
 
+std::optional<FakeInternet::Media> FakeInternet::Find(std::uint32_t id) const {
+    const std::lock_guard lock(m_mutex);
+    return id > 0 && id <= m_media.size() ? std::optional(m_media[id - 1]) : std::nullopt;
+}
+
 FakeInternet::Response FakeInternet::Answer(std::string_view path) {
     const std::lock_guard lock(m_mutex);
     const bool isManifest = IsManifest(path);
@@ -98,9 +105,13 @@ FakeInternet::Response FakeInternet::Answer(std::string_view path) {
     const NetworkFault fault = isManifest ? m_manifestFault : m_mediaFault;
     Response response;
     response.sent = true;
-    response.body = isManifest ? m_manifest
-                    : isVideo  ? std::string(m_videoSize, kVideoByte)
-                               : std::string(m_audioSize, kAudioByte);
+    if (isManifest) {
+        response.body = m_manifest;
+    } else {
+        const size_t size = isVideo ? m_videoSize : m_audioSize;
+        m_media.push_back({isVideo, size});
+        response.body = MediaBody(isVideo, static_cast<std::uint32_t>(m_media.size()), size);
+    }
     response.length = response.body.size();
     switch (fault) {
         case NetworkFault::kNone:
@@ -130,6 +141,7 @@ FakeInternet::Response FakeInternet::Answer(std::string_view path) {
                        fault == NetworkFault::kNoLength || fault == NetworkFault::kEmpty;
     if (!isManifest && !whole) {
         ++m_spoiled;
+        m_media.back().isSpoiled = true;
     }
     return response;
 }

@@ -6,10 +6,11 @@
 
 #include <atomic>
 #include <cstdint>
-#include <map>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "platform/wininet.h"
 
@@ -18,10 +19,6 @@ namespace kvmpd::test {
 /// What goes wrong with a request.
 enum class NetworkFault : std::uint8_t { kNone, kRefused, kNotFound, kTruncated, kReadFails, kEmpty, kNoLength };
 inline constexpr size_t kNetworkFaults = 7;
-
-/// One byte of every video file and one of every audio file: who reads of one stream must not see the other's.
-inline constexpr char kVideoByte = 'V';
-inline constexpr char kAudioByte = 'A';
 
 class FakeInternet {
   public:
@@ -45,6 +42,13 @@ class FakeInternet {
     void SetFaults(NetworkFault manifest, NetworkFault media);
 
     Response Answer(std::string_view path);
+    /// A media file that was sent; its bytes are MediaBody's.
+    struct Media {
+        bool isVideo = false;
+        size_t size = 0;
+        bool isSpoiled = false;  ///< Not sent whole.
+    };
+    std::optional<Media> Find(std::uint32_t id) const;
     /// Media requests that were not answered with a whole file.
     size_t SpoiledMedia() const;
 
@@ -58,6 +62,7 @@ class FakeInternet {
     NetworkFault m_manifestFault = NetworkFault::kNone;
     NetworkFault m_mediaFault = NetworkFault::kNone;
     size_t m_spoiled = 0;
+    std::vector<Media> m_media;  // the first has id 1
 };
 
 }  // namespace kvmpd::test

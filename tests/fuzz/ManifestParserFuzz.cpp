@@ -1,9 +1,13 @@
 // Any bytes as a manifest: the parser must answer S_OK or one of its documented codes, and what it hands out must be
 // safe for everything that the loader does with a manifest.
+#include <tinyxml2.h>
+
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "manifest/ManifestLimits.h"
@@ -11,6 +15,7 @@
 #include "manifest/QualityText.h"
 #include "manifest/StartChoice.h"
 #include "manifest/StreamChoice.h"
+#include "manifest/XmlDepth.h"
 #include "tests/fuzz/FuzzRequire.h"
 #include "tests/fuzz/LogToNobody.h"
 #include "tests/manifest/FakeHttpClient.h"
@@ -60,6 +65,24 @@ void UseAsTheLoaderDoes(const MPD& mpd, const std::uint8_t* data, size_t size) {
     }
 }
 
+int Depth(const tinyxml2::XMLElement* element) {
+    int deepest = 0;
+    for (; element != nullptr; element = element->NextSiblingElement()) {
+        deepest = std::max(deepest, 1 + Depth(element->FirstChildElement()));
+    }
+    return deepest;
+}
+
+/// Of XML that the library reads, the depth that is counted beforehand is the depth that it has.
+void CompareDepth(const std::uint8_t* data, size_t size) {
+    const std::string_view text(reinterpret_cast<const char*>(data), size);
+    tinyxml2::XMLDocument document;
+    if (document.Parse(text.data(), text.size()) == tinyxml2::XML_SUCCESS) {
+        Require(XmlDepth(text, kDeepestXml) == std::min(Depth(document.FirstChildElement()), kDeepestXml + 1),
+                "the depth");
+    }
+}
+
 void ParseAndUse(const std::uint8_t* data, size_t size, bool announceLength) {
     auto client = std::make_unique<FakeHttpClient>();
     client->body.assign(reinterpret_cast<const char*>(data), size);
@@ -83,6 +106,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, size_t size);
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, size_t size) {
     [[maybe_unused]] static const bool once = (kvmpd::test::LogToNobody(), true);
+    kvmpd::test::CompareDepth(data, size);
     // Without a length the sink clears its five megabytes, which costs a thousand times the parse: one input in 256.
     kvmpd::test::ParseAndUse(data, size, /*announceLength=*/size == 0 || data[size - 1] != 0x20);
     return 0;

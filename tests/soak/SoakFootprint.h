@@ -7,7 +7,7 @@
 
 namespace kvmpd::test {
 
-/// Resident memory in bytes.
+/// Resident memory in bytes; 0 when the system does not tell.
 std::size_t ResidentBytes();
 /// Bytes that the allocator has given out and not got back; 0 where a sanitizer has replaced it.
 std::size_t AllocatedBytes();

@@ -23,8 +23,6 @@ constexpr std::size_t kThreadsOfProcess = 4;
 /// Per source: its two connections, the files that it has open, what the HTTP client keeps for itself.
 constexpr std::size_t kDescriptorsPerSource = 16;
 constexpr std::size_t kDescriptorsOfProcess = 16;
-/// Two files a segment; the longest cache is 15 s, and while a reader sleeps it may be exceeded.
-constexpr std::size_t kCachedSeconds = 40;
 /// What an allocator keeps of so much coming and going; a leak of one segment's bookkeeping each time would exceed it.
 constexpr std::size_t kAllocatedSlack = kMebibyte / 2;
 constexpr std::size_t kAllocatedSlackPerSource = kMebibyte / 64;  // of threads that have ended
@@ -57,7 +55,8 @@ unsigned long long Print(std::uint64_t number) {
 SoakMonitor::SoakMonitor(Soak& soak)
     : m_soak(soak),
       m_begin(SoakClock::now()),
-      m_before(ProcessFootprint::Now().value_or(ProcessFootprint{})),
+      m_measuredBefore(Measured(ProcessFootprint::Now())),
+      m_before(m_measuredBefore.value_or(ProcessFootprint{})),
       m_residentBefore((TrimMemory(), ResidentBytes())),
       m_allocatedBefore(AllocatedBytes()),
       m_cpuBefore(ProcessCpuTime()) {}
@@ -67,6 +66,9 @@ void SoakMonitor::Watch() {
     auto progress = SoakClock::now() + kProgressPause;
     while (!m_soak.Over()) {
         std::this_thread::sleep_for(milliseconds(50));
+        if (const auto wrong = m_soak.Origin().Wrong()) {
+            Fail(*wrong);
+        }
         if (SoakClock::now() < next) {
             continue;
         }
@@ -81,8 +83,15 @@ void SoakMonitor::Watch() {
 
 void SoakMonitor::Sample() {
     const std::size_t sources = m_soak.Options().sources;
-    const ProcessFootprint now = ProcessFootprint::Now().value_or(ProcessFootprint{});
+    const auto measured = Measured(ProcessFootprint::Now());
     const std::size_t resident = ResidentBytes();
+    if (resident == 0) {
+        Fail("/proc/self/statm cannot be read: how much memory is taken is not known");
+    }
+    if (!measured || resident == 0) {
+        return;
+    }
+    const ProcessFootprint now = *measured;
     m_resident.push_back(resident);
     m_mostThreads = std::max(m_mostThreads, now.threads);
     m_mostDescriptors = std::max(m_mostDescriptors, now.descriptors);
@@ -97,8 +106,13 @@ void SoakMonitor::Sample() {
     if (!IsSanitized()) {
         check("bytes resident", resident, kBytesOfProcess + sources * kBytesPerSource);
     }
-    const std::size_t longestCache = kCachedSeconds * 1000 / std::max(1u, m_soak.Options().segmentMs / 2);
-    check("files in one cache folder", m_soak.Sums().mostCacheFiles, 2 * longestCache + 200);
+}
+
+std::optional<ProcessFootprint> SoakMonitor::Measured(const std::optional<ProcessFootprint>& footprint) const {
+    if (!footprint) {
+        Fail("/proc/self cannot be read: how many threads and descriptors there are is not known");
+    }
+    return footprint;
 }
 
 /// In a long run the last quarter takes what the second one took.
@@ -117,10 +131,16 @@ void SoakMonitor::JudgeTrend() const {
 }
 
 void SoakMonitor::JudgeEnd() {
+    if (const auto wrong = m_soak.Origin().Wrong()) {
+        Fail(*wrong);
+    }
     TrimMemory();
     m_residentAfter = ResidentBytes();
     m_allocatedAfter = AllocatedBytes();
-    m_after = ProcessFootprint::Settled(m_before).value_or(ProcessFootprint{});
+    m_after = Measured(ProcessFootprint::Settled(m_before)).value_or(ProcessFootprint{});
+    if (m_residentAfter == 0 || m_residentBefore == 0) {
+        Fail("/proc/self/statm cannot be read: how much memory is taken is not known");
+    }
     if (m_soak.Failed()) {
         return;
     }
@@ -161,7 +181,8 @@ void SoakMonitor::PrintProgress() const {
     std::fprintf(stderr, "%5lld s: %llu segments, %.1f MB, %llu actions, %llu faults, %.0f MiB, %zu threads\n",
                  static_cast<long long>(std::chrono::duration_cast<seconds>(SoakClock::now() - m_begin).count()),
                  Print(sums.segments), static_cast<double>(sums.bytes) / 1e6, Print(sums.actions),
-                 Print(m_soak.Origin().Count().faults), Mebibytes(m_resident.back()), m_mostThreads);
+                 Print(m_soak.Origin().Count().faults), Mebibytes(m_resident.empty() ? 0 : m_resident.back()),
+                 m_mostThreads);
 }
 
 void SoakMonitor::PrintSummary() const {

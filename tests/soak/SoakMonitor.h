@@ -2,6 +2,7 @@
 // afterwards.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -21,6 +22,8 @@ class SoakMonitor {
     void PrintSummary() const;
 
   private:
+    /// Nothing where the system does not tell, which is a failure: what is not measured is not judged either.
+    std::optional<ProcessFootprint> Measured(const std::optional<ProcessFootprint>& footprint) const;
     void Sample();
     void JudgeTrend() const;
     void PrintProgress() const;
@@ -28,6 +31,7 @@ class SoakMonitor {
 
     Soak& m_soak;
     const SoakClock::time_point m_begin;
+    const std::optional<ProcessFootprint> m_measuredBefore;
     const ProcessFootprint m_before;
     const std::size_t m_residentBefore;
     const std::size_t m_allocatedBefore;

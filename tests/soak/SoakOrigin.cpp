@@ -11,7 +11,13 @@ namespace {
 using std::chrono::milliseconds;
 
 constexpr std::int64_t kRemembered = 3000;  // segments behind the live edge
-constexpr unsigned kAttempts = 3;
+/// Segment numbers that a stream has for itself; all of a source's streams together stay below 2^31.
+constexpr std::int64_t kNumbersPerStream = 100'000;
+/// A source asks for a manifest once a second at most, unless its host does something. One that is answered late, or
+/// noticed late, may be followed by the next at once: so some may come together, and on the whole twice as many.
+constexpr double kManifestsPerSecond = 2;
+constexpr double kManifestsTogether = 8;
+constexpr double kManifestsPerAction = 2;
 
 /// The number at the front of `text`, which then begins behind it and one further character.
 std::int64_t TakeNumber(std::string_view& text) {
@@ -40,7 +46,7 @@ void SoakOrigin::OpenStream(std::uint32_t id) {
     const std::uint64_t dice = Mix(m_tuning.seed, id);
     Stream stream;
     stream.window = 12 + dice % 70;
-    stream.first = 1000 + static_cast<std::int64_t>((dice >> 16) % 1'000'000);
+    stream.first = id % kStreamsPerSource * kNumbersPerStream + 1000 + static_cast<std::int64_t>((dice >> 16) % 10'000);
     stream.edge = stream.first + static_cast<std::int64_t>(stream.window) / 2;
     stream.due = Clock::now() + milliseconds(DurationMs(id, stream.edge + 1));
     const std::lock_guard lock(m_mutex);
@@ -52,71 +58,85 @@ void SoakOrigin::CloseStream(std::uint32_t id) {
     m_streams.erase(id);
 }
 
+bool SoakOrigin::IsNumberOf(std::uint32_t stream, std::int64_t number) {
+    return number / kNumbersPerStream == stream % kStreamsPerSource;
+}
+
 std::string SoakOrigin::Url(std::uint32_t id) const {
     return "http://127.0.0.1:" + std::to_string(m_loop.Port()) + "/" + std::to_string(id) + "/live.mpd";
 }
 
-std::optional<SoakOrigin::Missing> SoakOrigin::WhyMissing(std::uint32_t stream, std::int64_t number) const {
+void SoakOrigin::HostActs(std::uint32_t id, bool mayRestart) {
     const std::lock_guard lock(m_mutex);
+    m_allowances[id / kStreamsPerSource].manifests += kManifestsPerAction;
+    if (const auto found = m_streams.find(id); mayRestart && found != m_streams.end()) {
+        found->second.ledger.RestartBegins();
+    }
+}
+
+void SoakOrigin::HostActed(std::uint32_t id) {
+    const std::lock_guard lock(m_mutex);
+    if (const auto found = m_streams.find(id); found != m_streams.end()) {
+        found->second.ledger.RestartEnds();
+    }
+}
+
+void SoakOrigin::TakeFromAllowance(std::uint32_t id) {
+    Allowance& allowance = m_allowances[id / kStreamsPerSource];
+    const Clock::time_point now = Clock::now();
+    const double seconds = std::chrono::duration<double>(now - allowance.since).count();
+    allowance.manifests = std::min(kManifestsTogether, allowance.manifests + seconds * kManifestsPerSecond) - 1;
+    allowance.since = now;
+    if (allowance.manifests < 0) {
+        NoteWrong("source " + std::to_string(id / kStreamsPerSource) + " asks for manifests more often than it may");
+    }
+}
+
+void SoakOrigin::NoteWrong(const std::optional<std::string>& wrong) {
+    if (!m_wrong) {
+        m_wrong = wrong;
+    }
+}
+
+std::optional<std::string> SoakOrigin::Wrong() const {
+    const std::lock_guard lock(m_mutex);
+    return m_wrong;
+}
+
+/// The ledger of a stream that is open.
+const StreamLedger* SoakOrigin::Find(std::uint32_t stream) const {
     const auto found = m_streams.find(stream);
-    if (found == m_streams.end()) {
-        return Missing::kNotOffered;
-    }
-    const auto fetches = found->second.fetches.find(number);
-    if (fetches == found->second.fetches.end()) {
-        return Missing::kNotOffered;
-    }
-    const Fetches& of = fetches->second;
-    if (of.partial || of.failed >= kAttempts) {
-        return Missing::kFailed;
-    }
-    if (of.empty.size() > 1) {
-        return Missing::kEmpty;
-    }
-    if (of.holed) {
-        return Missing::kHole;
-    }
-    return of.listed || of.audioAsked || of.videoAsked ? std::nullopt : std::optional(Missing::kNotOffered);
+    return found == m_streams.end() ? nullptr : &found->second.ledger;
+}
+
+std::optional<Missing> SoakOrigin::WhyMissing(std::uint32_t stream, int video, std::int64_t number) const {
+    const std::lock_guard lock(m_mutex);
+    const StreamLedger* const ledger = Find(stream);
+    return ledger ? ledger->WhyMissing(video, number) : Missing::kNotOffered;
 }
 
 std::string SoakOrigin::History(std::uint32_t stream, std::int64_t number) const {
     const std::lock_guard lock(m_mutex);
-    const auto found = m_streams.find(stream);
-    if (found == m_streams.end() || !found->second.fetches.contains(number)) {
-        return "nothing is known of it";
-    }
-    const Stream& of = found->second;
-    const Fetches& fetches = of.fetches.at(number);
-    std::string text = fetches.listed ? "listed" : "not listed";
-    for (const auto& [representation, attempts] : fetches.attempts) {
-        text +=
-            ", representation " + std::to_string(representation) + " asked for " + std::to_string(attempts) + " times";
-    }
-    return text + "; the list is now " + std::to_string(of.first) + " or later to " + std::to_string(of.edge) + ", " +
-           std::to_string(of.window) + " long, after " + std::to_string(of.manifests) + " manifests";
+    const StreamLedger* const ledger = Find(stream);
+    return ledger ? ledger->History(number) : "its stream is closed";
 }
 
 bool SoakOrigin::WasEmpty(const BodyName& name) const {
     const std::lock_guard lock(m_mutex);
-    const auto found = m_streams.find(name.stream);
-    if (found == m_streams.end()) {
-        return false;
-    }
-    const auto fetches = found->second.fetches.find(name.number);
-    return fetches != found->second.fetches.end() && fetches->second.empty.contains(name.representation);
+    const StreamLedger* const ledger = Find(name.stream);
+    return ledger && ledger->WasEmpty(name);
 }
 
-bool SoakOrigin::MayHaveLeft(std::uint32_t stream, std::int64_t number) const {
+bool SoakOrigin::MayHaveLeft(std::uint32_t stream, std::int64_t number, bool isVideo) const {
     const std::lock_guard lock(m_mutex);
-    const auto found = m_streams.find(stream);
-    if (found == m_streams.end()) {
-        return false;
-    }
-    // Behind a hole a segment is stored under the number before its own.
-    return std::ranges::any_of(std::array{number, number + 1}, [&](std::int64_t asked) {
-        const auto fetches = found->second.fetches.find(asked);
-        return fetches != found->second.fetches.end() && fetches->second.partial;
-    });
+    const StreamLedger* const ledger = Find(stream);
+    return ledger && ledger->MayHaveLeft(number, isVideo);
+}
+
+StreamLedger::Losses SoakOrigin::LossesSoFar(std::uint32_t stream) const {
+    const std::lock_guard lock(m_mutex);
+    const StreamLedger* const ledger = Find(stream);
+    return ledger ? ledger->LossesSoFar() : StreamLedger::Losses{};
 }
 
 SoakOrigin::Counts SoakOrigin::Count() const {
@@ -135,7 +155,7 @@ void SoakOrigin::MoveOn(std::uint32_t id, Stream& stream) {
         ++stream.edge;
         stream.due += milliseconds(DurationMs(id, stream.edge + 1));
     }
-    stream.fetches.erase(stream.fetches.begin(), stream.fetches.lower_bound(stream.edge - kRemembered));
+    stream.ledger.ForgetBelow(stream.edge - kRemembered);
 }
 
 void SoakOrigin::NoteFault(std::string_view kind) {
@@ -163,6 +183,7 @@ Answer SoakOrigin::Respond(const std::string& path) {
 
 Answer SoakOrigin::RespondManifest(std::uint32_t id, Stream& stream) {
     ++m_counts.manifests;
+    TakeFromAllowance(id);
     MoveOn(id, stream);
     const std::uint64_t dice = Mix(m_tuning.seed, id, ++stream.manifests, 7);
     const ManifestFault fault = ChooseManifestFault(dice, m_tuning.faultPercent);
@@ -173,37 +194,27 @@ Answer SoakOrigin::RespondManifest(std::uint32_t id, Stream& stream) {
         stream.first = stream.edge + 2 + static_cast<std::int64_t>((dice >> 20) % 40);
         stream.edge = stream.first + 3;
     }
-    std::int64_t last = stream.edge;
-    std::int64_t first = std::max(stream.first, last - static_cast<std::int64_t>(stream.window) + 1);
-    std::optional<std::int64_t> hole;
-    const bool offers = fault == ManifestFault::kNone || fault == ManifestFault::kStall ||
-                        fault == ManifestFault::kTrickle || fault == ManifestFault::kHole ||
-                        fault == ManifestFault::kNumberJump;
-    if (fault == ManifestFault::kEdgeBackwards) {
+    StreamLedger::Manifest offer;
+    offer.last = stream.edge;
+    offer.first = std::max(stream.first, stream.edge - static_cast<std::int64_t>(stream.window) + 1);
+    offer.backwards = fault == ManifestFault::kEdgeBackwards;
+    offer.taken = fault == ManifestFault::kNone || fault == ManifestFault::kStall || fault == ManifestFault::kTrickle ||
+                  fault == ManifestFault::kHole || fault == ManifestFault::kNumberJump || offer.backwards;
+    if (offer.backwards) {
         const auto back = static_cast<std::int64_t>(1 + (dice >> 20) % 10);
-        first -= back;
-        last -= back;
-        // Whoever starts with this one need not be offered again what newer ones named; to all others it offers
-        // nothing.
-        for (auto& [number, fetches] : stream.fetches) {
-            fetches.listed = fetches.audioAsked = fetches.videoAsked = false;
-        }
+        offer.first -= back;
+        offer.last -= back;
     } else if (fault == ManifestFault::kHole) {
-        hole = std::max(first, last - static_cast<std::int64_t>((dice >> 20) % 8));
+        offer.hole = std::max(offer.first, offer.last - static_cast<std::int64_t>((dice >> 20) % 8));
     }
-    for (std::int64_t number = first; offers && number <= last; ++number) {
-        Fetches& fetches = stream.fetches[number];
-        fetches.listed = fetches.listed || hole != number;
-        fetches.holed = fetches.holed || (hole && *hole <= number);
-    }
-    return Spoil(fault, ManifestText(id, first, last, hole), dice >> 8);
+    stream.ledger.Answer(offer);
+    return Spoil(fault, ManifestText(id, offer.first, offer.last, offer.hole), dice >> 8);
 }
 
 Answer SoakOrigin::RespondSegment(const BodyName& name, Stream& stream) {
     ++m_counts.segmentFiles;
-    Fetches& fetches = stream.fetches[name.number];
-    const unsigned attempt = fetches.attempts[name.representation]++;
-    (name.representation == kAudioRepresentation ? fetches.audioAsked : fetches.videoAsked) = true;
+    const unsigned attempt = stream.ledger.Ask(name);
+    NoteWrong(stream.ledger.Wrong());
     const std::uint64_t dice = Mix(m_tuning.seed, name.stream, name.representation, name.number);
     SegmentFault fault = ChooseSegmentFault(dice, m_tuning.faultPercent);
     const bool everyTime = (dice >> 40) % 3 == 0;
@@ -213,13 +224,7 @@ Answer SoakOrigin::RespondSegment(const BodyName& name, Stream& stream) {
     if (fault != SegmentFault::kNone) {
         NoteFault(NameOf(fault));
     }
-    fetches.partial = fetches.partial || fault == SegmentFault::kResetMidBody || fault == SegmentFault::kTruncated;
-    if (fault == SegmentFault::kCloseAtOnce || fault == SegmentFault::kReset) {
-        ++fetches.failed;
-    }
-    if (fault == SegmentFault::kEmptyBody) {
-        fetches.empty.insert(name.representation);
-    }
+    stream.ledger.Send(name, fault);
     BodyName sent = name;
     sent.isPage = fault == SegmentFault::kErrorPage;
     return Spoil(fault, Body(sent), dice >> 8);

@@ -48,6 +48,17 @@ bool Turns::Unchanged(const Expectation& since) const {
     return !m_changing && m_expectation.version == since.version;
 }
 
+void Turns::Deliver(const Expectation& turn, std::int64_t number) {
+    const std::lock_guard lock(m_mutex);
+    m_delivered = number;
+    m_deliveredIn = turn.restarts;
+}
+
+std::optional<std::int64_t> Turns::LastDelivered() const {
+    const std::lock_guard lock(m_mutex);
+    return m_deliveredIn == m_expectation.restarts ? std::optional(m_delivered) : std::nullopt;
+}
+
 SoakReader::SoakReader(Soak& soak, unsigned source, Turns& turns, ComPtr<IAsyncReader> reader, std::uint64_t seed,
                        Fail fail)
     : m_soak(soak),
@@ -110,10 +121,11 @@ SoakReader::Result SoakReader::ReadNext(const Turns::Expectation& turn) {
         return result;
     }
     const std::int64_t number = std::min(place.nextVideo->number, place.nextAudio->number);
-    if (!CheckOrder(number, turn.stream) || !Deliver(number, {turn.stream, turn.video, number}, place.nextVideo) ||
+    if (!CheckOrder(number, turn) || !Deliver(number, {turn.stream, turn.video, number}, place.nextVideo) ||
         !Deliver(number, {turn.stream, kAudioRepresentation, number}, place.nextAudio)) {
         return Result::kFailed;
     }
+    m_turns.Deliver(turn, number);
     ++m_soak.Sums().segments;
     m_soak.NoteDelivered(m_source);
     return Result::kDone;
@@ -202,7 +214,8 @@ SoakReader::Result SoakReader::ReadBytes(const Turns::Expectation& turn, LONGLON
 }
 
 /// Segments come in order, each once, and every number between two has a reason to be missing.
-bool SoakReader::CheckOrder(std::int64_t present, std::uint32_t stream) {
+bool SoakReader::CheckOrder(std::int64_t present, const Turns::Expectation& turn) {
+    const std::uint32_t stream = turn.stream;
     if (m_place.last && present <= *m_place.last) {
         Failed("segment " + std::to_string(present) + " of stream " + std::to_string(stream) + " comes after segment " +
                std::to_string(*m_place.last));
@@ -210,20 +223,20 @@ bool SoakReader::CheckOrder(std::int64_t present, std::uint32_t stream) {
     }
     Totals& sums = m_soak.Sums();
     for (std::int64_t number = m_place.last.value_or(present) + 1; number < present; ++number) {
-        const auto reason = m_soak.Origin().WhyMissing(stream, number);
+        const auto reason = m_soak.Origin().WhyMissing(stream, turn.video, number);
         if (!reason) {
             Failed("segment " + std::to_string(number) + " of stream " + std::to_string(stream) +
                    " was sent completely and is missing between " + std::to_string(*m_place.last) + " and " +
                    std::to_string(present) + " (" + m_soak.Origin().History(stream, number) + ")");
             return false;
         }
-        if (*reason == SoakOrigin::Missing::kFailed) {
+        if (*reason == Missing::kFailed) {
             m_lostFailed.emplace(stream, number);
         }
-        ++(*reason == SoakOrigin::Missing::kFailed  ? sums.lostFailed
-           : *reason == SoakOrigin::Missing::kHole  ? sums.lostHole
-           : *reason == SoakOrigin::Missing::kEmpty ? sums.empty
-                                                    : sums.neverOffered);
+        ++(*reason == Missing::kFailed  ? sums.lostFailed
+           : *reason == Missing::kHole  ? sums.lostHole
+           : *reason == Missing::kEmpty ? sums.empty
+                                        : sums.neverOffered);
     }
     m_place.last = present;
     return true;

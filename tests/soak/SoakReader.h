@@ -40,12 +40,18 @@ class Turns {
     /// Waits until nothing is being changed.
     Expectation Wait();
     bool Unchanged(const Expectation& since) const;
+    /// The reader has taken segment `number`.
+    void Deliver(const Expectation& turn, std::int64_t number);
+    /// Which it has taken last; nothing since the positions started again.
+    std::optional<std::int64_t> LastDelivered() const;
 
   private:
     mutable std::mutex m_mutex;
     std::condition_variable m_changed;
     bool m_changing = false;
     Expectation m_expectation;
+    std::int64_t m_delivered = 0;
+    std::uint64_t m_deliveredIn = 0;  // after so many restarts
 };
 
 class SoakReader {
@@ -77,7 +83,7 @@ class SoakReader {
     Result ReadNext(const Turns::Expectation& turn);
     Result ReadSegment(const Turns::Expectation& turn, bool isVideo, LONGLONG& position, std::optional<BodyName>& name);
     Result ReadBytes(const Turns::Expectation& turn, LONGLONG position, std::string& bytes, bool mustBeThere);
-    bool CheckOrder(std::int64_t number, std::uint32_t stream);
+    bool CheckOrder(std::int64_t number, const Turns::Expectation& turn);
     bool Deliver(std::int64_t number, const BodyName& expected, std::optional<BodyName>& next);
     void OnDenied(const Turns::Expectation& turn);
     Result Failed(const std::string& what);

@@ -15,10 +15,28 @@ using std::chrono::milliseconds;
 using std::chrono::seconds;
 
 constexpr std::size_t kActionsKept = 40;
-constexpr std::uint32_t kStreamsPerSource = 65'000;
 /// Of a last Release: two files of three attempts each, every one stalled at most two seconds, and some scheduling.
 constexpr seconds kStopLimit{15};
 constexpr seconds kEventLimit{10};
+/// What a cache keeps unless it is told otherwise.
+constexpr std::chrono::milliseconds kUsualCacheTime{300'000};
+/// What may come and go while the files are counted, and what the component's threads may be late by.
+constexpr seconds kLate{3};
+/// Segments that are kept whatever was told, and some that are just coming.
+constexpr int kSegmentsBeyondCache = 8;
+
+/// What the name of a cache file says.
+struct CacheFile {
+    std::int64_t number = 0;
+    bool isVideo = false;
+};
+
+CacheFile Read(const std::filesystem::path& path) {
+    const std::string name = path.filename().string();
+    CacheFile file{.isVideo = path.extension() == ".mp4"};
+    std::from_chars(name.data(), name.data() + name.size(), file.number);
+    return file;
+}
 
 }  // namespace
 
@@ -32,6 +50,8 @@ struct SoakSource::Session {
     std::vector<std::uint32_t> streams;  // the last one is played
     int video = 720;                     // representation that plays
     bool paused = false;
+    milliseconds longestCache = kUsualCacheTime;  // that was asked for so far
+    std::uint64_t clears = 0;  // calls by which one segment that is just being fetched may be dropped without a word
     std::uint64_t failuresSeen = 0;
     std::uint64_t unchangedSeen = 0;
     std::uint64_t loadedBeforeWake = 0;
@@ -63,7 +83,9 @@ void SoakSource::RunSession() {
     ++m_soak.Sums().sessions;
     Note("start");
     if (Dice(2) == 0) {
-        session.host.Set(kBackdoorMaxCacheTime, static_cast<DWORD>(1 + Dice(10)));
+        const auto time = static_cast<DWORD>(1 + Dice(10));
+        session.longestCache = seconds(time);
+        session.host.Set(kBackdoorMaxCacheTime, time);
     }
     LoadNewStream(session, "new source");
     session.reader = std::make_unique<SoakReader>(m_soak, m_index, session.turns, session.host.Reader(), m_random(),
@@ -75,7 +97,7 @@ void SoakSource::RunSession() {
         if (!m_soak.Options().quiet && !m_soak.Over()) {
             Act(session);
         }
-        CountFiles(session);
+        CheckCache(session);
     }
     EndSession(session);
 }
@@ -108,9 +130,10 @@ void SoakSource::SeekSomewhere(Session& session) {
                             : dice == 1 ? within(news.play, news.total)
                             : dice == 2 ? within(news.buffered - 2000, news.buffered)
                                         : within(news.play - 20'000, news.total + 20'000);
-    session.turns.Begin();
+    BeginTurn(session);
     const HRESULT result = session.host.Seek(target);
-    session.turns.End([&](Turns::Expectation& expected) {
+    ++session.clears;
+    EndTurn(session, [&](Turns::Expectation& expected) {
         expected.restarts += result == S_OK ? 1 : 0;
         expected.mayBeBehind = expected.mayBeBehind || result == S_OK;  // it need not have moved anything
     });
@@ -121,10 +144,11 @@ void SoakSource::SeekSomewhere(Session& session) {
 
 void SoakSource::SwitchQuality(Session& session) {
     const int video = kVideoRepresentations[Dice(kVideoRepresentations.size())];
-    session.turns.Begin();
+    BeginTurn(session);
     const HRESULT result = session.host.Set(kBackdoorTargetQuality, static_cast<DWORD>(video));
+    ++session.clears;
     const bool same = std::exchange(session.video, result == S_OK ? video : session.video) == session.video;
-    session.turns.End([&](Turns::Expectation& expected) {
+    EndTurn(session, [&](Turns::Expectation& expected) {
         ++expected.restarts;
         expected.video = session.video;
         expected.mayBeBehind = session.paused || same;
@@ -135,10 +159,10 @@ void SoakSource::SwitchQuality(Session& session) {
 /// A pause, for some of which the cache is too small, and what a person does meanwhile.
 void SoakSource::PauseAndRun(Session& session) {
     Note("pause");
-    session.turns.Begin();
+    BeginTurn(session);
     session.host.Pause();
     session.paused = true;
-    session.turns.End([](Turns::Expectation& expected) { expected.paused = expected.mayBeBehind = true; });
+    EndTurn(session, [](Turns::Expectation& expected) { expected.paused = expected.mayBeBehind = true; });
     if (Dice(2) == 0) {
         session.host.Set(kBackdoorMaxCacheTime, static_cast<DWORD>(1 + Dice(3)));
     }
@@ -148,14 +172,15 @@ void SoakSource::PauseAndRun(Session& session) {
         Idle(session, milliseconds(Dice(1000)));
     }
     const std::uint64_t before = session.host.Heard().SoFar().leftParking;
-    session.turns.Begin();
+    BeginTurn(session);
     session.host.Run();
     session.paused = false;
+    ++session.clears;
     if (!session.host.HearAll(kEventLimit * m_soak.Options().patience)) {
         Fail("an event that answers a call does not come");
     }
     const bool restarted = session.host.Heard().SoFar().leftParking > before;
-    session.turns.End([&](Turns::Expectation& expected) {
+    EndTurn(session, [&](Turns::Expectation& expected) {
         expected.paused = false;
         expected.restarts += restarted ? 1 : 0;
         expected.mayBeBehind = expected.mayBeBehind && !restarted;
@@ -166,28 +191,28 @@ void SoakSource::PauseAndRun(Session& session) {
 /// Reads fail meanwhile; the positions stay.
 void SoakSource::StopAndLoad(Session& session) {
     Note("stop");
-    session.turns.Begin();
+    BeginTurn(session);
     session.host.Stop();
-    session.turns.End([](Turns::Expectation& expected) { expected.stopped = true; });
+    EndTurn(session, [](Turns::Expectation& expected) { expected.stopped = true; });
     Idle(session, milliseconds(Dice(1500)));
-    session.turns.Begin();
+    BeginTurn(session);
     session.host.Load(m_soak.Origin().Url(session.streams.back()));
-    session.turns.End([](Turns::Expectation& expected) { expected.stopped = false; });
+    EndTurn(session, [](Turns::Expectation& expected) { expected.stopped = false; });
     Note("load again");
 }
 
 void SoakSource::LoadNewStream(Session& session, const std::string& why) {
     const std::uint32_t id = m_index * kStreamsPerSource + ++m_streams % kStreamsPerSource;
     m_soak.Origin().OpenStream(id);
-    session.turns.Begin();
+    session.streams.push_back(id);
+    BeginTurn(session);
     session.host.Load(m_soak.Origin().Url(id));
-    session.turns.End([&](Turns::Expectation& expected) {
+    EndTurn(session, [&](Turns::Expectation& expected) {
         ++expected.restarts;
         expected.stream = id;
         expected.video = session.video;
         expected.mayBeBehind = session.paused;
     });
-    session.streams.push_back(id);
     session.wakeAt.reset();
     session.wakeAsked = false;
     Note("load", "stream " + std::to_string(id) + ": " + why);
@@ -196,10 +221,12 @@ void SoakSource::LoadNewStream(Session& session, const std::string& why) {
 void SoakSource::ChangeSettings(Session& session) {
     if (Dice(2) == 0) {
         const auto time = static_cast<DWORD>(1 + Dice(15));
+        session.longestCache = std::max<milliseconds>(session.longestCache, seconds(time));
         session.host.Set(kBackdoorMaxCacheTime, time);
         Note("cache time", std::to_string(time) + " s");
     } else {
         const auto delay = static_cast<DWORD>(Dice(40));
+        m_soak.Origin().HostActs(session.streams.back(), /*mayRestart=*/false);
         session.host.ChangeDelay(delay);
         Note("delay", std::to_string(delay) + " segments");
     }
@@ -229,9 +256,43 @@ void SoakSource::SeeToFailures(Session& session) {
         session.unchangedSeen = news.delayUnchanged;
         session.loadedBeforeWake = news.loaded;
         ++m_soak.Sums().wakes;
+        m_soak.Origin().HostActs(session.streams.back(), /*mayRestart=*/false);
         session.host.ChangeDelay(static_cast<DWORD>(1 + Dice(30)));
         Note("wake");
     }
+    CheckReports(session);
+}
+
+/// Every segment that failed is reported once, and nothing else is. What is about to be reported is counted already.
+void SoakSource::CheckReports(const Session& session) {
+    const std::uint64_t reported = session.host.Heard().SoFar().segmentsLost;
+    const std::uint64_t most = Failures(session).most;
+    if (reported > most) {
+        Fail(std::to_string(reported) + " events say that a segment failed, and " + std::to_string(most) + " did");
+    }
+}
+
+SoakSource::FailureRange SoakSource::Failures(const Session& session) const {
+    FailureRange failures;
+    for (const std::uint32_t stream : session.streams) {
+        const StreamLedger::Losses losses = m_soak.Origin().LossesSoFar(stream);
+        const std::uint64_t certain = session.clears == 0 ? losses.unnamedPassed : 0;
+        failures.least += losses.fetched + certain;
+        failures.most += losses.fetched + (session.clears == 0 ? certain + losses.unnamedAhead : losses.unnamedMost);
+    }
+    failures.least -= std::min(failures.least, session.clears);
+    return failures;
+}
+
+/// The host is about to do something that the reader and the origin have to know of.
+void SoakSource::BeginTurn(Session& session) {
+    m_soak.Origin().HostActs(session.streams.back(), /*mayRestart=*/true);
+    session.turns.Begin();
+}
+
+void SoakSource::EndTurn(Session& session, const std::function<void(Turns::Expectation&)>& change) {
+    session.turns.End(change);
+    m_soak.Origin().HostActed(session.streams.back());
 }
 
 void SoakSource::Idle(Session& session, milliseconds time) {
@@ -250,14 +311,16 @@ void SoakSource::EndSession(Session& session) {
     session.turns.End([](Turns::Expectation& expected) { expected.stopped = true; });
     session.host.Stop();
     session.reader->Join();
-    const std::size_t lost = session.reader->LostFailed();
     if (!abrupt && !m_soak.Failed()) {
+        const std::uint64_t lost = std::max<std::uint64_t>(session.reader->LostFailed(), Failures(session).least);
         const auto heard = [lost](const SoakNews& news) { return news.segmentsLost >= lost; };
-        if (!session.host.Heard().WaitFor(heard, kEventLimit * m_soak.Options().patience)) {
+        // A segment whose audio has failed may take its video as long as a stop may take.
+        if (!session.host.Heard().WaitFor(heard, kStopLimit * m_soak.Options().patience)) {
             Fail(std::to_string(lost) + " segments failed and " +
                  std::to_string(session.host.Heard().SoFar().segmentsLost) + " events say so");
         }
     }
+    CheckReports(session);
     const auto begin = SoakClock::now();
     session.host.Release();
     const auto took = duration_cast<milliseconds>(SoakClock::now() - begin);
@@ -275,10 +338,10 @@ void SoakSource::EndSession(Session& session) {
 void SoakSource::CheckFolder(Session& session) {
     for (const auto& entry : std::filesystem::directory_iterator(session.folder.Path())) {
         const std::string name = entry.path().filename().string();
-        std::int64_t number = 0;
-        std::from_chars(name.data(), name.data() + name.size(), number);
-        const bool explained = std::ranges::any_of(
-            session.streams, [&](std::uint32_t stream) { return m_soak.Origin().MayHaveLeft(stream, number); });
+        const CacheFile file = Read(entry.path());
+        const bool explained = std::ranges::any_of(session.streams, [&](std::uint32_t stream) {
+            return m_soak.Origin().MayHaveLeft(stream, file.number, file.isVideo);
+        });
         if (!explained) {
             Fail("cache file " + name + " is left of a source that has ended");
         }
@@ -286,9 +349,29 @@ void SoakSource::CheckFolder(Session& session) {
     }
 }
 
-void SoakSource::CountFiles(const Session& session) {
-    const std::filesystem::directory_iterator files(session.folder.Path());
-    const auto count = static_cast<std::uint64_t>(std::distance(begin(files), end(files)));
+/// The cache holds as much as it was told to hold, or what its reader is behind.
+void SoakSource::CheckCache(const Session& session) {
+    std::uint64_t count = 0;
+    milliseconds cached{0};
+    milliseconds unread{0};
+    const std::optional<std::int64_t> read = session.turns.LastDelivered();
+    for (const auto& entry : std::filesystem::directory_iterator(session.folder.Path())) {
+        ++count;
+        const CacheFile file = Read(entry.path());
+        for (const std::uint32_t stream : session.streams) {
+            if (file.isVideo && SoakOrigin::IsNumberOf(stream, file.number) &&
+                !m_soak.Origin().MayHaveLeft(stream, file.number, true)) {
+                const milliseconds duration(m_soak.Origin().DurationMs(stream, file.number));
+                cached += duration;
+                unread += file.number > read ? duration : milliseconds(0);
+            }
+        }
+    }
+    const milliseconds bound = std::max(session.longestCache, unread) + kLate * m_soak.Options().patience +
+                               kSegmentsBeyondCache * milliseconds(2 * m_soak.Options().segmentMs);
+    if (cached > bound) {
+        Fail(std::to_string(cached.count()) + " ms are cached, more than " + std::to_string(bound.count()));
+    }
     std::atomic<std::uint64_t>& most = m_soak.Sums().mostCacheFiles;
     std::uint64_t known = most;
     while (known < count && !most.compare_exchange_weak(known, count)) {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <deque>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -42,7 +43,17 @@ class SoakSource {
     void Idle(Session& session, std::chrono::milliseconds time);
     void EndSession(Session& session);
     void CheckFolder(Session& session);
-    void CountFiles(const Session& session);
+    void CheckCache(const Session& session);
+
+    /// How many segments have failed by now of which the host must have heard, and of which it may have.
+    struct FailureRange {
+        std::uint64_t least = 0;
+        std::uint64_t most = 0;
+    };
+    FailureRange Failures(const Session& session) const;
+    void CheckReports(const Session& session);
+    void BeginTurn(Session& session);
+    void EndTurn(Session& session, const std::function<void(Turns::Expectation&)>& change);
 
     void Note(const std::string& kind, const std::string& details = {});
     void Fail(const std::string& what);

@@ -4,6 +4,7 @@
 
 #include <future>
 
+#include "net/HttpLimits.h"
 #include "tests/support/Wine.h"
 #include "tests/system/LiveSession.h"
 
@@ -11,6 +12,19 @@ namespace kvmpd::test {
 namespace {
 
 using Event = EventLog::Event;
+
+/// The manifest with queries at the end of the URLs of segment `number` that make them one character too long at least.
+std::string WithLongUrls(std::string manifest, const std::string& number) {
+    const std::string begin = "<SegmentURL media=\"";
+    for (size_t at = manifest.find(begin); at != manifest.npos; at = manifest.find(begin, at + 1)) {
+        const size_t name = at + begin.size();
+        const size_t end = manifest.find('"', name);
+        if (manifest.substr(name, end - name).find(number) != std::string::npos) {
+            manifest.insert(end, "?" + std::string(kLongestUrl, 'x'));
+        }
+    }
+    return manifest;
+}
 
 TEST(Delivery, StartsWithTheNewestSegmentAndFollowsTheLiveEdge) {
     TestOrigin origin;
@@ -165,6 +179,27 @@ TEST(Delivery, ASegmentThatCannotBeFetchedIsReportedAndTheStreamGoesOnWithTheNex
     session.ExpectVideo(0, video);
     const std::string audio = origin.Segment(kAudioId, 107) + origin.Segment(kAudioId, 109);
     session.ExpectAudio(0, audio);
+}
+
+// The host is told as of any other segment that cannot be had, and the ones around it are whole.
+TEST(Delivery, ASegmentWhoseUrlIsTooLongIsReportedAndTheStreamGoesOnWithTheNext) {
+    TestOrigin origin;
+    origin.Live().SetReplyHook([](const origin::OriginRequest& request, origin::OriginReply& reply) {
+        if (request.kind == origin::OriginRequest::Kind::Manifest) {
+            reply.body = std::make_shared<const std::string>(WithLongUrls(*reply.body, "108"));
+        }
+    });
+    LiveSession session;
+    session.Set(kBackdoorPreferDelaySegments, 2);
+    session.Load(origin.Url());
+    ASSERT_TRUE(session.Events().WaitFor({kEventDownloadFailed, 0, 0, {}}));
+    session.ExpectVideo(0, origin.Segment(kVideoId, 107) + origin.Segment(kVideoId, 109));
+    session.ExpectAudio(0, origin.Segment(kAudioId, 107) + origin.Segment(kAudioId, 109));
+    origin.Live().Advance(1);
+    session.FetchManifestNow();
+    const auto end = static_cast<LONGLONG>(origin.Segment(kVideoId, 107).size() + origin.Segment(kVideoId, 109).size());
+    session.ExpectVideo(end, origin.Segment(kVideoId, 110));
+    EXPECT_EQ(session.Events().Count({kEventDownloadFailed, 0, 0, {}}), 1u);
 }
 
 struct ManifestFault {

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "net/HttpLimits.h"
+#include "tests/common/Allocations.h"
 #include "tests/support/LogCapture.h"
 
 namespace kvmpd {
@@ -91,8 +92,19 @@ TEST(DownloadNetKernelStream, ALengthThatNoMemoryHoldsIsRefused) {
     test::LogCapture log(3);
     DownloadNetKernelStream sink;
     EXPECT_EQ(sink.OnContentLength(std::numeric_limits<std::uint64_t>::max()), 0);
-    EXPECT_TRUE(log.Contains(" DownloadNetKernelStream::OnContentLength out of memory"));
+    EXPECT_TRUE(log.Contains(
+        "[Error] DownloadNetKernelStream::OnContentLength announced length is too large: 18446744073709551615"));
     EXPECT_EQ(sink.ContentLength(), 0u);
+}
+
+TEST(DownloadNetKernelStream, WithoutMemoryForItsLengthTheBodyCountsAsOneWithoutALength) {
+    test::LogCapture log(3);
+    DownloadNetKernelStream sink;
+    const test::NoMemoryBeyond little(1 << 16);  // the log needs some
+    EXPECT_EQ(sink.OnContentLength(1 << 20), 0);
+    EXPECT_EQ(log.Lines(), std::vector<std::string>{" DownloadNetKernelStream::OnContentLength out of memory"});
+    EXPECT_EQ(sink.ContentLength(), 0u);
+    EXPECT_TRUE(sink.Buffer().empty());
 }
 
 TEST(DownloadNetKernelStream, TheLargestBodyInMemoryIsAcceptedAndOneByteMoreIsNot) {
@@ -103,8 +115,18 @@ TEST(DownloadNetKernelStream, TheLargestBodyInMemoryIsAcceptedAndOneByteMoreIsNo
     EXPECT_TRUE(log.Lines().empty());
     DownloadNetKernelStream refusing;
     EXPECT_EQ(refusing.OnContentLength(kLargestBodyInMemory + 1), 0);
-    EXPECT_EQ(log.Lines(), std::vector<std::string>{" DownloadNetKernelStream::OnContentLength out of memory"});
+    EXPECT_EQ(log.Lines(),
+              std::vector<std::string>{
+                  "[Error] DownloadNetKernelStream::OnContentLength announced length is too large: 67108865"});
     EXPECT_TRUE(refusing.Buffer().empty());
+}
+
+TEST(DownloadNetKernelStream, OfABodyThatAnnouncesTooMuchNoByteIsTaken) {
+    DownloadNetKernelStream sink;
+    sink.OnContentLength(kLargestBodyInMemory + 1);
+    EXPECT_EQ(Write(sink, "x"), 0);
+    EXPECT_EQ(sink.Written(), 0u);
+    EXPECT_TRUE(sink.Buffer().empty());
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 
 #include "download/DownloadNetKernelStream.h"
 #include "download/FileDownloadStream.h"
+#include "net/HttpLimits.h"
 #include "net/NetKernelBase.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/ScriptedPeer.h"
@@ -38,6 +39,21 @@ TEST(SinksOverHttp, ABodyWithoutLengthThatIsTooLargeForMemoryFails) {
     EXPECT_EQ(Get(peer.Url("/m"), sink), E_FAIL);
     EXPECT_EQ(log.CountPrefix("[Error] DownloadNetKernelStream::WriteInputStream Get too large buffer: "), 1u);
     EXPECT_EQ(log.CountPrefix(" DownloadNetKernelStream::OnWriteComplete "), 0u);
+}
+
+TEST(SinksOverHttp, ABodyThatAnnouncesTooMuchForMemoryIsReadNoFurther) {
+    if (UnderWine()) {
+        GTEST_SKIP() << kWineKnowsNoLength;
+    }
+    ScriptedPeer peer;
+    peer.On("/m", PeerReply::Truncated(std::string(100, 'x'), kLargestBodyInMemory + 1));
+    LogCapture log(3);
+    DownloadNetKernelStream sink;
+    EXPECT_EQ(Get(peer.Url("/m"), sink), E_FAIL);
+    EXPECT_EQ(
+        log.CountPrefix("[Error] DownloadNetKernelStream::OnContentLength announced length is too large: 67108865"),
+        1u);
+    EXPECT_TRUE(sink.Buffer().empty());
 }
 
 TEST(SinksOverHttp, ABodyGoesToItsFile) {
