@@ -111,9 +111,6 @@ std::string HalfAnswer(const std::string& body) {
 
 std::string WrongAnswer(FaultKind kind, const std::string& body) {
     switch (kind) {
-        case FaultKind::kNameNotResolved:
-            // A label longer than names allow: no name server is asked.
-            return RedirectAnswer("http://" + std::string(64, 'a') + ".invalid/");
         case FaultKind::kRedirectToOtherScheme:
             return RedirectAnswer("ftp://127.0.0.1:1/segment");
         case FaultKind::kEmptyBody:

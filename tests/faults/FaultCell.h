@@ -19,6 +19,10 @@ struct CellResult {
     size_t manifestsFailed = 0;
     size_t manifestFetches = 0;
     size_t mostManifestsInASecond = 0;
+    size_t mostThreads = 0;  ///< Of the component, at any look; 0 where they cannot be counted.
+    size_t mostCached =
+        0;  ///< Files in a source's cache folder, at any look, but those that belong to no segment it has.
+    std::vector<std::chrono::milliseconds> trickledStops;  ///< From the end of a trickle without end that held it up.
     std::vector<std::chrono::milliseconds> idleStops;      ///< Stops with nothing under way.
     std::vector<std::chrono::milliseconds> faultingStops;  ///< Stops in the middle of the fault.
 };

@@ -25,7 +25,10 @@ HRESULT HeardByCallback::QueryInterface(REFIID iid, void** object) {
     return known ? S_OK : E_NOINTERFACE;
 }
 
-HRESULT HeardByCallback::OnStreamEvent(DWORD id, void* param1, void* /*param2*/) {
+HRESULT HeardByCallback::OnStreamEvent(DWORD id, void* param1, void* param2) {
+    if (id == kEventManifest || id == kEventPosition) {
+        Tell(id, *static_cast<const LONG*>(param1), *static_cast<const LONG*>(param2));
+    }
     const std::lock_guard lock(m_mutex);
     switch (id) {
         case kEventManifest: {
@@ -47,6 +50,16 @@ HRESULT HeardByCallback::OnStreamEvent(DWORD id, void* param1, void* /*param2*/)
     return S_OK;
 }
 
+void HeardByCallback::Tell(DWORD id, LONG first, LONG second) {
+    if (id == kEventManifest && first == kManifestLoaded) {
+        m_supervisor.ManifestLoaded(m_id, std::chrono::milliseconds(second));
+    } else if (id == kEventManifest) {
+        m_supervisor.ManifestFailed(m_id);
+    } else if (first == 0 && second == 0) {
+        m_supervisor.DelayUnchanged(m_id);
+    }
+}
+
 HRESULT HeardByCallback::OnBuffering(LONGLONG /*play*/, LONGLONG buffered, LONGLONG /*total*/) {
     const std::lock_guard lock(m_mutex);
     m_heard.buffered = buffered;
@@ -58,7 +71,8 @@ Heard HeardByCallback::SoFar() const {
     return m_heard;
 }
 
-FaultHost::FaultHost(const std::filesystem::path& folder, DWORD delaySegments) : m_delaySegments(delaySegments) {
+FaultHost::FaultHost(HeardByCallback& callback, const std::filesystem::path& folder, DWORD delaySegments)
+    : m_delaySegments(delaySegments) {
     ComPtr<IClassFactory> factory;
     Check(DllGetClassObject(CLSID_KVMPDFilter, IID_IClassFactory, factory.putVoid()), "class factory");
     Check(factory->CreateInstance(nullptr, IID_IBaseFilter, m_filter.putVoid()), "creation");
@@ -68,7 +82,7 @@ FaultHost::FaultHost(const std::filesystem::path& folder, DWORD delaySegments) :
     std::string text = folder.string();
     Check(m_control->Backdoor(kBackdoorCacheFolder, text.data()), "cache folder");
     Check(m_control->Backdoor(kBackdoorPreferDelaySegments, &m_delaySegments), "delay");
-    Check(m_control->SetCallback(&m_callback), "callback");
+    Check(m_control->SetCallback(&callback), "callback");
 }
 
 FaultHost::~FaultHost() {
@@ -79,9 +93,17 @@ void FaultHost::Load(const std::string& url) {
     Check(m_control->Load(Utf8ToWide(url).c_str()), "load");
 }
 
+void FaultHost::KeepInCache(DWORD seconds) {
+    Check(m_control->Backdoor(kBackdoorMaxCacheTime, &seconds), "cache time");
+}
+
+void FaultHost::EndReads() {
+    Check(m_control->Backdoor(kBackdoorStop, nullptr), "end of reads");
+}
+
 void FaultHost::Wake() {
     // A changed delay wakes the loader and does not move a stream that plays.
-    m_delaySegments = m_delaySegments == 1000 ? 1001 : 1000;
+    m_delaySegments ^= 1;
     Check(m_control->Backdoor(kBackdoorPreferDelaySegments, &m_delaySegments), "wake");
 }
 
@@ -89,11 +111,10 @@ HRESULT FaultHost::Read(LONGLONG position, std::string& bytes) {
     return m_reader->SyncRead(position, static_cast<LONG>(bytes.size()), reinterpret_cast<BYTE*>(bytes.data()));
 }
 
-std::chrono::milliseconds FaultHost::Stop(const std::string& name) {
+void FaultHost::Stop(const std::string& name) {
     if (!m_filter) {
-        return {};
+        return;
     }
-    const auto begin = std::chrono::steady_clock::now();
     std::future<void> stopped = std::async(std::launch::async, [this] {
         m_reader.Reset();
         m_pin.Reset();
@@ -104,7 +125,6 @@ std::chrono::milliseconds FaultHost::Stop(const std::string& name) {
         std::fprintf(stderr, "%s: a stop does not end\n", name.c_str());
         std::abort();
     }
-    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - begin);
 }
 
 }  // namespace kvmpd::test

@@ -1,12 +1,14 @@
-// The smallest host that does its part: a source made through the module's exports, a callback that keeps what it
-// hears, reads by position, and the wake after a failed manifest.
+// One source as a host has it: made through the module's exports, with a callback that keeps what it hears and tells it
+// to the supervisor, and reads by position.
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <filesystem>
 #include <mutex>
 #include <string>
 
+#include "app/SourceSupervisor.h"
 #include "common/ComPtr.h"
 #include "filter/KVMPDSrc.h"
 
@@ -26,6 +28,9 @@ struct Heard {
 
 class HeardByCallback final : public IKVMPDCallback {
   public:
+    /// `supervisor` is told of the events as of source `id`.
+    HeardByCallback(app::SourceSupervisor& supervisor, std::uint64_t id) : m_supervisor(supervisor), m_id(id) {}
+
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override;
     ULONG STDMETHODCALLTYPE AddRef() override { return 2; }  // it outlives the source: nothing to count
     ULONG STDMETHODCALLTYPE Release() override { return 1; }
@@ -35,29 +40,36 @@ class HeardByCallback final : public IKVMPDCallback {
     Heard SoFar() const;
 
   private:
+    void Tell(DWORD id, LONG first, LONG second);
+
+    app::SourceSupervisor& m_supervisor;
+    const std::uint64_t m_id;
     mutable std::mutex m_mutex;
     Heard m_heard;  // guarded by m_mutex
 };
 
 class FaultHost {
   public:
-    FaultHost(const std::filesystem::path& folder, DWORD delaySegments);
+    /// `callback` outlives this.
+    FaultHost(HeardByCallback& callback, const std::filesystem::path& folder, DWORD delaySegments);
     ~FaultHost();
     FaultHost(const FaultHost&) = delete;
     FaultHost& operator=(const FaultHost&) = delete;
 
     void Load(const std::string& url);
-    Heard SoFar() const { return m_callback.SoFar(); }
+    /// How much of the stream is kept in the cache folder.
+    void KeepInCache(DWORD seconds);
     /// Makes the loader fetch again after a failure. Needs a manifest that was loaded before.
     void Wake();
+    /// Ends reads that wait.
+    void EndReads();
     /// Reads `bytes.size()` bytes at `position`; waits for them as the pin does.
     HRESULT Read(LONGLONG position, std::string& bytes);
-    /// Releases everything; the time until the last thread of the source had ended. Ends the program when that never
+    /// Releases everything; returns when the last thread of the source has ended. Ends the program when that never
     /// comes: nothing that follows could be trusted.
-    std::chrono::milliseconds Stop(const std::string& name);
+    void Stop(const std::string& name);
 
   private:
-    HeardByCallback m_callback;
     ComPtr<IKVMPDSource> m_control;
     ComPtr<IBaseFilter> m_filter;
     ComPtr<IPin> m_pin;

@@ -2,10 +2,10 @@
 
 #include <array>
 #include <cstdlib>
-#include <fstream>
 #include <utility>
 
 #include "tests/faults/Answers.h"
+#include "tests/faults/FaultOriginDoor.h"
 #include "tests/faults/PlatformList.h"
 
 namespace kvmpd::test {
@@ -21,7 +21,6 @@ constexpr int kJumpWindow = 5;
 constexpr int kJump = 6;
 constexpr int kBackwards = 3;
 constexpr int kHoleFromEnd = 3;
-constexpr int kAttempts = 3;
 constexpr size_t kHugeManifest = 3 * 1024 * 1024;
 
 std::string ReadHead(ByteConnection& stream) {
@@ -42,20 +41,9 @@ std::string PathOf(const std::string& head) {
     return head.substr(begin, head.find(' ', begin) - begin);
 }
 
+constexpr char kDomain[] = ".faults.test";
+
 }  // namespace
-
-struct FaultOrigin::Connection {
-    std::unique_ptr<Socket> socket;  // guarded by the origin's mutex
-    std::thread thread;
-    bool ended = false;  // guarded by the origin's mutex
-};
-
-struct FaultOrigin::Door {
-    explicit Door(Target what) : target(what) {}
-    const Target target;
-    Listener listener;
-    std::thread thread;
-};
 
 FaultOrigin::FaultOrigin(const FaultCase& fault, std::filesystem::path folder, std::function<void(int)> settledThrough)
     : m_fault(fault),
@@ -72,6 +60,7 @@ FaultOrigin::FaultOrigin(const FaultCase& fault, std::filesystem::path folder, s
     }
     for (const auto& door : m_doors) {
         door->thread = std::thread([this, &door = *door] { AcceptLoop(door); });
+        StandIn(*door);
     }
 }
 
@@ -93,20 +82,45 @@ FaultOrigin::~FaultOrigin() {
     for (const auto& connection : m_connections) {
         connection->thread.join();
     }
+    for (const auto& door : m_doors) {
+        door->name.reset();
+        door->port.reset();
+    }
     RestoreFolder();
+}
+
+std::string FaultOrigin::HostOf(const Door& door) const {
+    // A name is one origin's, and so its port's: another cell's is another name.
+    return StrikesTheName(m_fault.kind) ? "p" + std::to_string(door.listener.Port()) + kDomain : "127.0.0.1";
 }
 
 std::string FaultOrigin::DoorUrl(Target door) const {
     for (const auto& one : m_doors) {
         if (one->target == door) {
-            return (m_secure ? "https://127.0.0.1:" : "http://127.0.0.1:") + std::to_string(one->listener.Port()) + "/";
+            return (m_secure ? "https://" : "http://") + HostOf(*one) + ":" + std::to_string(one->listener.Port()) +
+                   "/";
         }
     }
     return {};
 }
 
-std::string FaultOrigin::Url() const {
-    return DoorUrl(Target::kManifest) + "live.mpd";
+std::string FaultOrigin::NextUrl() {
+    const std::lock_guard lock(m_mutex);
+    return DoorUrl(Target::kManifest) + std::to_string(++m_sources) + "/live.mpd";
+}
+
+std::filesystem::path FaultOrigin::CacheFolder(int source) const {
+    return m_folder / std::to_string(source);
+}
+
+std::filesystem::path FaultOrigin::HiddenFolder() const {
+    return m_folder / "gone";
+}
+
+void FaultOrigin::Release() {
+    const std::lock_guard lock(m_mutex);
+    m_released = true;
+    m_changed.notify_all();
 }
 
 Ledger FaultOrigin::Snapshot() const {
@@ -126,10 +140,13 @@ std::vector<std::filesystem::path> FaultOrigin::ForeignFiles() const {
 
 bool FaultOrigin::RestoreFolder() {
     const std::lock_guard lock(m_mutex);
-    if (m_folderHidden) {
-        std::filesystem::rename(m_folder.string() + ".gone", m_folder);
+    if (!m_folderHidden) {
+        return false;
     }
-    return std::exchange(m_folderHidden, false);
+    std::error_code error;
+    std::filesystem::rename(HiddenFolder(), CacheFolder(m_sources), error);
+    m_folderHidden = static_cast<bool>(error);  // something is in its place: the cell will complain of it
+    return true;
 }
 
 void FaultOrigin::AcceptLoop(Door& door) {
@@ -169,10 +186,14 @@ void FaultOrigin::Serve(Door& door, Connection& connection) {
     connection.socket->Close(reset);
     connection.socket.reset();
     connection.ended = true;
-    if (place.index == SIZE_MAX) {
-        return;
+    if (place.index != SIZE_MAX) {
+        Finish(place);
     }
-    if (door.target == Target::kManifest) {
+}
+
+/// Nothing more is sent for this entry of the ledger. With m_mutex held.
+void FaultOrigin::Finish(const Place& place) {
+    if (place.door == Target::kManifest) {
         m_ledger.manifests[place.index].finished = true;
     } else {
         At(place).finished = true;
@@ -208,11 +229,20 @@ bool FaultOrigin::ServeRequest(Door& door, ByteConnection& stream, Place& place)
         stream.Send(RedirectAnswer(DoorUrl(door.target) + "loop"));
         return false;
     }
-    return door.target == Target::kManifest ? ServeManifest(stream, place)
-                                            : ServeSegment(door, stream, std::atoi(path.c_str() + 1), place);
+    {
+        const std::lock_guard lock(m_mutex);
+        if (const auto awaited = std::exchange(door.awaited, std::nullopt)) {
+            place = *awaited;
+        }
+    }
+    // "/<source>/live.mpd" and "/<source>/<number>.mp4"
+    const int source = std::atoi(path.c_str() + 1);
+    return door.target == Target::kManifest
+               ? ServeManifest(stream, source, place)
+               : ServeSegment(door, stream, source, std::atoi(path.c_str() + path.rfind('/') + 1), place);
 }
 
-bool FaultOrigin::ServeManifest(ByteConnection& stream, Place& place) {
+bool FaultOrigin::ServeManifest(ByteConnection& stream, int source, Place& place) {
     ManifestFetch fetch;
     {
         const std::lock_guard lock(m_mutex);
@@ -220,8 +250,10 @@ bool FaultOrigin::ServeManifest(ByteConnection& stream, Place& place) {
             place.index = m_ledger.manifests.size();
             m_ledger.manifests.emplace_back();
         }
+        fetch.source = source;
         fetch.at = Clock::now();
-        fetch.faulted = m_ledger.manifests[place.index].faulted || (!m_secure && StrikesManifest(place.index));
+        fetch.faulted = m_ledger.manifests[place.index].faulted ||
+                        (!StrikesBeforeRequest(m_fault.kind) && StrikesManifest(place.index));
         fetch.effect = fetch.faulted ? EffectOf(m_fault.kind, m_fault.target) : Effect::kTaken;
         if (place.index != 0 && !m_frozen) {
             m_edge += kSegmentsPerReload;
@@ -239,7 +271,7 @@ bool FaultOrigin::ServeManifest(ByteConnection& stream, Place& place) {
         m_ledger.manifests[place.index] = fetch;
     }
     const std::string text = ManifestText(fetch, fetch.faulted);
-    if (fetch.faulted && !ChangesOnlyTheText(m_fault.kind)) {
+    if (fetch.faulted && !ChangesOnlyTheText(m_fault.kind) && m_fault.kind != FaultKind::kNameSlow) {
         return Misbehave(*m_doors.front(), stream, text);
     }
     stream.Send(GoodAnswer("application/dash+xml", text));
@@ -251,8 +283,8 @@ std::string FaultOrigin::ManifestText(const ManifestFetch& fetch, bool faulted) 
     form.first = fetch.first;
     form.count = fetch.count;
     form.hole = fetch.hole;
-    form.audioBase = DoorUrl(Target::kAudio);
-    form.videoBase = DoorUrl(Target::kVideo);
+    form.audioBase = DoorUrl(Target::kAudio) + std::to_string(fetch.source) + "/";
+    form.videoBase = DoorUrl(Target::kVideo) + std::to_string(fetch.source) + "/";
     if (faulted) {
         form.template_ = m_fault.kind == FaultKind::kOtherShape;
         form.emptyTimeline = m_fault.kind == FaultKind::kEmptyTimeline;
@@ -265,7 +297,7 @@ std::string FaultOrigin::ManifestText(const ManifestFetch& fetch, bool faulted) 
     return text;
 }
 
-bool FaultOrigin::ServeSegment(Door& door, ByteConnection& stream, int number, Place& place) {
+bool FaultOrigin::ServeSegment(Door& door, ByteConnection& stream, int source, int number, Place& place) {
     bool struck = false;
     const std::string body = SegmentBody(door.target, number);
     {
@@ -275,24 +307,25 @@ bool FaultOrigin::ServeSegment(Door& door, ByteConnection& stream, int number, P
             place.index = list.size();
             list.emplace_back();
         }
-        struck = !m_secure && StrikesSegment(door.target, number);
+        struck = !StrikesBeforeRequest(m_fault.kind) && StrikesSegment(door.target, number);
         SegmentFetch& fetch = At(place);
+        fetch.source = source;
         fetch.number = number;
         fetch.faulted = fetch.faulted || struck;
         fetch.effect = fetch.faulted ? EffectOf(m_fault.kind, m_fault.target) : Effect::kTaken;
-        fetch.body = struck ? KeptOf(m_fault.kind, body) : body;
+        fetch.body = std::make_shared<const std::string>(struck ? KeptOf(m_fault.kind, body) : body);
         if (m_fault.target == door.target) {
             m_expected = number + 1;
             m_attempts = 0;
         }
     }
     if (struck && (m_fault.kind == FaultKind::kFolderGone || m_fault.kind == FaultKind::kFileThere)) {
-        StrikeDisk(door, number);
+        StrikeDisk(door, source, number);
     } else if (m_fault.kind == FaultKind::kFolderGone) {
         RestoreFolder();
     }
     std::error_code ignored;
-    const bool there = std::filesystem::exists(CacheFile(door.target, number), ignored);
+    const bool there = std::filesystem::exists(CacheFile(door.target, source, number), ignored);
     {
         const std::lock_guard lock(m_mutex);
         At(place).fileThere = there;
@@ -306,7 +339,7 @@ bool FaultOrigin::ServeSegment(Door& door, ByteConnection& stream, int number, P
 
 bool FaultOrigin::Misbehave(Door& door, ByteConnection& stream, const std::string& body) {
     switch (m_fault.kind) {
-        case FaultKind::kConnectionRefused:
+        case FaultKind::kRedirectToClosedPort:
             stream.Send(RedirectAnswer("http://127.0.0.1:" + std::to_string(RefusedPort()) + "/"));
             return false;
         case FaultKind::kRedirectLoop:
@@ -343,10 +376,29 @@ bool FaultOrigin::Misbehave(Door& door, ByteConnection& stream, const std::strin
             }
             return false;
         }
+        case FaultKind::kEndlessTrickle: {
+            const size_t quick = body.size() / kEndlessFrom;
+            stream.Send(HeadOnly(body) + body.substr(0, quick));
+            Trickle(stream, body, quick);
+            return false;
+        }
         default:
             stream.Send(WrongAnswer(m_fault.kind, body));
             return false;
     }
+}
+
+void FaultOrigin::Trickle(ByteConnection& stream, const std::string& body, size_t from) {
+    std::unique_lock lock(m_mutex);
+    bool open = true;
+    while (open && from < body.size() &&
+           !m_changed.wait_for(lock, kEndlessPace, [this] { return m_released || m_ending; })) {
+        lock.unlock();
+        open = stream.Send(body.substr(from++, 1));
+        lock.lock();
+    }
+    lock.unlock();
+    stream.Send(body.substr(from));
 }
 
 /// Sends nothing for so long, or until the origin ends.
@@ -362,91 +414,12 @@ void FaultOrigin::WaitForClient(ByteConnection& stream) {
     }
 }
 
-void FaultOrigin::StrikeDisk(Door& door, int number) {
-    if (m_fault.kind == FaultKind::kFileThere) {
-        const std::filesystem::path file = CacheFile(door.target, number);
-        const std::lock_guard lock(m_mutex);
-        if (!std::filesystem::exists(file)) {
-            std::ofstream(file, std::ios::binary) << kForeignText;
-            m_foreign.push_back(file);
-        }
-        return;
-    }
-    m_settledThrough(number);
-    const std::lock_guard lock(m_mutex);
-    if (!m_folderHidden) {
-        std::filesystem::rename(m_folder, m_folder.string() + ".gone");
-        m_folderHidden = true;
-    }
-}
-
-/// Over TLS: whether the fault strikes this connection, whose request is not known yet. What it will be is known all
-/// the same: the component asks for one segment after the other, three times for one that fails.
-bool FaultOrigin::StrikesConnection(Door& door, Place& place) {
-    const std::lock_guard lock(m_mutex);
-    if (door.target == Target::kManifest) {
-        place.index = m_ledger.manifests.size();
-        ManifestFetch fetch;
-        fetch.at = Clock::now();
-        fetch.faulted = StrikesManifest(place.index);
-        fetch.effect = fetch.faulted ? EffectOf(m_fault.kind, m_fault.target) : Effect::kTaken;
-        m_ledger.manifests.push_back(fetch);
-        return fetch.faulted;
-    }
-    if (!StrikesSegment(door.target, m_expected)) {
-        return false;
-    }
-    std::vector<SegmentFetch>& list = door.target == Target::kAudio ? m_ledger.audio : m_ledger.video;
-    place.index = list.size();
-    list.emplace_back();
-    list.back().faulted = true;
-    list.back().effect = EffectOf(m_fault.kind, m_fault.target);
-    if (++m_attempts == kAttempts) {
-        m_attempts = 0;
-        ++m_expected;
-    }
-    return true;
-}
-
-bool FaultOrigin::StrikesManifest(size_t index) const {
-    if (!IsManifest(m_fault.target)) {
-        return false;
-    }
-    const size_t first = m_fault.target == Target::kFirstManifest ? 0 : 1;
-    constexpr size_t kInTenSegments = (kFaultSegments + kSegmentsPerReload - 1) / kSegmentsPerReload;
-    switch (m_fault.duration) {
-        case Duration::kOnce:
-            return index == first;
-        case Duration::kTenSegments:
-            return index >= first && index < first + kInTenSegments;
-        case Duration::kForEver:
-            return index >= first;
-    }
-    return false;
-}
-
-bool FaultOrigin::StrikesSegment(Target door, int number) {
-    if (door != m_fault.target || number < kFirstFaulted) {
-        return false;
-    }
-    if (m_fault.duration == Duration::kOnce) {
-        return !std::exchange(m_onceUsed, true);
-    }
-    if (m_fault.duration == Duration::kForEver) {
-        return true;
-    }
-    if (!m_faultEnd) {
-        m_faultEnd = Clock::now() + kFaultTime;
-    }
-    return number < kFirstFaulted + kFaultSegments && !(IsSlow(m_fault.kind) && Clock::now() >= *m_faultEnd);
-}
-
 SegmentFetch& FaultOrigin::At(const Place& place) {
     return (place.door == Target::kAudio ? m_ledger.audio : m_ledger.video)[place.index];
 }
 
-std::filesystem::path FaultOrigin::CacheFile(Target door, int number) const {
-    return m_folder / (std::to_string(number) + (door == Target::kAudio ? ".m4a" : ".mp4"));
+std::filesystem::path FaultOrigin::CacheFile(Target door, int source, int number) const {
+    return CacheFolder(source) / (std::to_string(number) + (door == Target::kAudio ? ".m4a" : ".mp4"));
 }
 
 std::string SegmentBody(Target door, int number) {

@@ -32,14 +32,18 @@ struct FaultCase {
 
 class FaultOrigin {
   public:
-    /// `folder`: the component's cache folder, for the faults of the disk. `settledThrough(number)` waits until the
+    /// `folder`: holds the sources' cache folders, for the faults of the disk. `settledThrough(number)` waits until the
     /// consumer has read every segment before `number` or knows it lost; it is asked before the folder goes away.
     FaultOrigin(const FaultCase& fault, std::filesystem::path folder, std::function<void(int number)> settledThrough);
     ~FaultOrigin();
     FaultOrigin(const FaultOrigin&) = delete;
     FaultOrigin& operator=(const FaultOrigin&) = delete;
 
-    std::string Url() const;
+    /// The address for the next of the host's sources, by which its requests are told from the others'. Where a name is
+    /// struck, it and all of the origin's others have names.
+    std::string NextUrl();
+    /// The cache folder that this source is to have.
+    std::filesystem::path CacheFolder(int source) const;
     Ledger Snapshot() const;
     /// From now on every manifest ends at the same segment.
     void Freeze();
@@ -47,6 +51,13 @@ class FaultOrigin {
     std::vector<std::filesystem::path> ForeignFiles() const;
     /// Puts the cache folder back if it is gone; whether it was.
     bool RestoreFolder();
+    /// How many files there are in this source's cache folder. A folder that is looked into cannot be taken away on
+    /// every system, so that the two do not happen at the same time.
+    size_t CountFiles(int source) const;
+    /// Where the cache folder is while it is gone.
+    std::filesystem::path HiddenFolder() const;
+    /// Ends the trickle that has no end: the rest of each body is sent at once.
+    void Release();
 
     /// The number of the first segment that a segment's fault strikes.
     static constexpr int kFirstFaulted = 109;
@@ -66,20 +77,26 @@ class FaultOrigin {
     void Serve(Door& door, Connection& connection);
     bool Converse(Door& door, Socket& socket, Place& place);
     bool ServeRequest(Door& door, ByteConnection& stream, Place& place);
-    bool ServeManifest(ByteConnection& stream, Place& place);
-    bool ServeSegment(Door& door, ByteConnection& stream, int number, Place& place);
+    bool ServeManifest(ByteConnection& stream, int source, Place& place);
+    bool ServeSegment(Door& door, ByteConnection& stream, int source, int number, Place& place);
     /// Answers with the fault; whether the connection is to be reset.
     bool Misbehave(Door& door, ByteConnection& stream, const std::string& body);
-    void StrikeDisk(Door& door, int number);
+    void StrikeDisk(Door& door, int source, int number);
     void WaitForClient(ByteConnection& stream);
     void Pause(milliseconds time);
+    /// Sends one byte after the other, from `from` on, until it is released.
+    void Trickle(ByteConnection& stream, const std::string& body, size_t from);
+    void StandIn(Door& door);
+    bool StrikesOnTheWay(Door& door);
+    void Finish(const Place& place);
 
     bool StrikesConnection(Door& door, Place& place);
     bool StrikesManifest(size_t index) const;
     bool StrikesSegment(Target door, int number);
     SegmentFetch& At(const Place& place);
-    std::filesystem::path CacheFile(Target door, int number) const;
+    std::filesystem::path CacheFile(Target door, int source, int number) const;
     std::string ManifestText(const ManifestFetch& fetch, bool faulted) const;
+    std::string HostOf(const Door& door) const;
     std::string DoorUrl(Target door) const;
 
     const FaultCase m_fault;
@@ -97,7 +114,10 @@ class FaultOrigin {
     bool m_onceUsed = false;
     bool m_ending = false;
     bool m_folderHidden = false;
-    int m_expected = 0;  // over TLS: the number that the faulted door will be asked for next, 0 before the first
+    bool m_released = false;
+    int m_sources = 0;
+    int m_expected =
+        0;  // before a request: the number that the faulted door will be asked for next, 0 before the first
     int m_attempts = 0;  // and the attempts made for it
     std::optional<std::chrono::steady_clock::time_point> m_faultEnd;
     std::vector<std::filesystem::path> m_foreign;

@@ -8,8 +8,11 @@
 namespace kvmpd::test {
 
 enum class FaultKind {
-    kConnectionRefused,
+    kPortClosed,
+    kRedirectToClosedPort,
     kNameNotResolved,
+    kNameTryAgain,
+    kNameSlow,
     kResetBeforeStatus,
     kResetMidBody,
     kStatus404,
@@ -23,6 +26,7 @@ enum class FaultKind {
     kNoContentLength,
     kWrongContentLength,
     kTrickle,
+    kEndlessTrickle,
     kStallThatEnds,
     kStallBeforeBody,
     kStallMidBody,
@@ -72,11 +76,15 @@ enum class Outcome {
     kNumbersLost,         // what a wrong list leaves without a name is lost, and reported
     kNotOfferedNotAsked,  // followed as listed: numbers that no list offered in time are not asked for
     kStandsStill,         // nothing new is ever listed: nothing to deliver, nothing to report
+    kStallSeenByHost,     // nothing comes, nothing ends and nothing is reported: the host makes a new source
 };
 
 inline constexpr std::array kKinds{
-    FaultKind::kConnectionRefused,
+    FaultKind::kPortClosed,
+    FaultKind::kRedirectToClosedPort,
     FaultKind::kNameNotResolved,
+    FaultKind::kNameTryAgain,
+    FaultKind::kNameSlow,
     FaultKind::kResetBeforeStatus,
     FaultKind::kResetMidBody,
     FaultKind::kStatus404,
@@ -90,6 +98,7 @@ inline constexpr std::array kKinds{
     FaultKind::kNoContentLength,
     FaultKind::kWrongContentLength,
     FaultKind::kTrickle,
+    FaultKind::kEndlessTrickle,
     FaultKind::kStallThatEnds,
     FaultKind::kStallBeforeBody,
     FaultKind::kStallMidBody,
@@ -123,22 +132,43 @@ constexpr bool IsStall(FaultKind kind) {
     return kind == FaultKind::kStallBeforeBody || kind == FaultKind::kStallMidBody;
 }
 
+/// Kinds that strike the way to a server, before its request is known.
+constexpr bool StrikesTheName(FaultKind kind) {
+    return kind == FaultKind::kNameNotResolved || kind == FaultKind::kNameTryAgain || kind == FaultKind::kNameSlow;
+}
+constexpr bool StrikesBeforeRequest(FaultKind kind) {
+    return IsTls(kind) || StrikesTheName(kind) || kind == FaultKind::kPortClosed;
+}
+
+/// Kinds of which a cell runs with the receive time-out shortened: stalls, and what looks like one and is none.
+constexpr bool WantsShortTimeout(FaultKind kind) {
+    return IsStall(kind) || kind == FaultKind::kEndlessTrickle;
+}
+
 /// Kinds whose faulted requests take time by themselves: ten segments of them are bounded by the clock as well.
 constexpr bool IsSlow(FaultKind kind) {
-    return IsStall(kind) || kind == FaultKind::kTrickle || kind == FaultKind::kStallThatEnds;
+    return WantsShortTimeout(kind) || kind == FaultKind::kTrickle || kind == FaultKind::kStallThatEnds ||
+           kind == FaultKind::kNameSlow;
 }
 
 /// Kinds whose answer is the right body, only sent strangely.
 constexpr bool BringsTheBody(FaultKind kind) {
-    return kind == FaultKind::kNoContentLength || kind == FaultKind::kTrickle || kind == FaultKind::kStallThatEnds;
+    return kind == FaultKind::kNoContentLength || kind == FaultKind::kTrickle || kind == FaultKind::kEndlessTrickle ||
+           kind == FaultKind::kStallThatEnds || kind == FaultKind::kNameSlow;
 }
 
 constexpr std::string_view NameOf(FaultKind kind) {
     switch (kind) {
-        case FaultKind::kConnectionRefused:
+        case FaultKind::kPortClosed:
             return "connection refused";
+        case FaultKind::kRedirectToClosedPort:
+            return "redirect to a closed port";
         case FaultKind::kNameNotResolved:
-            return "DNS failure";
+            return "DNS: no such name";
+        case FaultKind::kNameTryAgain:
+            return "DNS: try again";
+        case FaultKind::kNameSlow:
+            return "DNS: slow answer";
         case FaultKind::kResetBeforeStatus:
             return "reset before the status line";
         case FaultKind::kResetMidBody:
@@ -164,7 +194,9 @@ constexpr std::string_view NameOf(FaultKind kind) {
         case FaultKind::kWrongContentLength:
             return "wrong Content-Length";
         case FaultKind::kTrickle:
-            return "one byte per second";
+            return "one byte per second at the end";
+        case FaultKind::kEndlessTrickle:
+            return "one byte per second without end";
         case FaultKind::kStallThatEnds:
             return "stall that ends in time";
         case FaultKind::kStallBeforeBody:
@@ -194,7 +226,7 @@ constexpr std::string_view NameOf(FaultKind kind) {
         case FaultKind::kTlsWrongHost:
             return "wrong host name";
         case FaultKind::kFolderGone:
-            return "output folder gone";
+            return "cache folder gone";
         case FaultKind::kFileThere:
             return "cache file already there";
     }
@@ -266,7 +298,9 @@ constexpr Effect EffectOf(FaultKind kind, Target target) {
             return manifest ? Effect::kManifestMalformed : Effect::kTaken;
         case FaultKind::kNoContentLength:
         case FaultKind::kTrickle:
+        case FaultKind::kEndlessTrickle:
         case FaultKind::kStallThatEnds:
+        case FaultKind::kNameSlow:
         case FaultKind::kHole:
         case FaultKind::kNumberJump:
         case FaultKind::kHugeManifest:
@@ -329,6 +363,9 @@ constexpr Outcome OutcomeOfSegment(FaultKind kind, Target target, Duration durat
 }
 
 constexpr Outcome OutcomeOf(FaultKind kind, Target target, Duration duration) {
+    if (kind == FaultKind::kEndlessTrickle) {
+        return Outcome::kStallSeenByHost;
+    }
     return IsManifest(target) ? OutcomeOfManifest(kind, target, duration) : OutcomeOfSegment(kind, target, duration);
 }
 
@@ -354,6 +391,8 @@ constexpr std::string_view NameOf(Outcome outcome) {
             return "followed as listed";
         case Outcome::kStandsStill:
             return "stands still";
+        case Outcome::kStallSeenByHost:
+            return "stall, new source";
     }
     return "";
 }

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <chrono>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -12,6 +13,7 @@
 namespace kvmpd::test {
 
 struct ManifestFetch {
+    int source = 1;  ///< Which of the host's sources asked, in the order of their making.
     std::chrono::steady_clock::time_point at;
     bool faulted = false;
     Effect effect = Effect::kTaken;
@@ -22,10 +24,12 @@ struct ManifestFetch {
 };
 
 struct SegmentFetch {
+    int source = 1;
     std::optional<int> number;  ///< As named by the URL; none when no request came through.
     bool faulted = false;
     Effect effect = Effect::kTaken;
-    std::string body;        ///< What the component keeps of the answer if it keeps anything.
+    /// What the component keeps of the answer if it keeps anything; null while no request came through.
+    std::shared_ptr<const std::string> body;
     bool fileThere = false;  ///< The cache file existed when the request arrived.
     bool finished = false;
 };

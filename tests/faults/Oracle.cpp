@@ -71,8 +71,14 @@ struct File {
 /// The fetches at one door, taken segment by segment.
 class Door {
   public:
-    Door(const std::vector<SegmentFetch>& fetches, const char* extension, Judgement& judgement)
-        : m_fetches(fetches), m_extension(extension), m_judgement(judgement) {}
+    Door(const std::vector<SegmentFetch>& fetches, int source, const char* extension, Judgement& judgement)
+        : m_extension(extension), m_judgement(judgement) {
+        for (const SegmentFetch& fetch : fetches) {
+            if (fetch.source == source) {
+                m_fetches.push_back(&fetch);
+            }
+        }
+    }
 
     File Take(std::optional<int> name) {
         if (!name) {
@@ -80,16 +86,16 @@ class Door {
         }
         bool folderGone = false;
         for (int attempt = 0; attempt < kAttempts; ++attempt) {
-            if (m_next == m_fetches.size() || !m_fetches[m_next].finished) {
+            if (m_next == m_fetches.size() || !m_fetches[m_next]->finished) {
                 return {Fate::kPending};
             }
-            const SegmentFetch& fetch = m_fetches[m_next++];
+            const SegmentFetch& fetch = *m_fetches[m_next++];
             if (fetch.number && fetch.number != name) {
                 m_judgement.complaints.push_back("asked for " + std::to_string(*fetch.number) + m_extension +
                                                  " instead of " + std::to_string(*name));
             }
             if (Succeeds(fetch)) {
-                return {Fate::kComplete, &fetch.body};
+                return {Fate::kComplete, fetch.body.get()};
             }
             folderGone = fetch.effect == Effect::kNoFolder;
             if (fetch.effect == Effect::kPartArrived && !fetch.fileThere) {
@@ -105,13 +111,13 @@ class Door {
         switch (fetch.effect) {
             case Effect::kTaken:
             case Effect::kCut:
-                return !fetch.fileThere || fetch.body.empty();
+                return !fetch.fileThere || fetch.body->empty();
             default:
                 return false;
         }
     }
 
-    const std::vector<SegmentFetch>& m_fetches;
+    std::vector<const SegmentFetch*> m_fetches;
     const char* const m_extension;
     Judgement& m_judgement;
     size_t m_next = 0;
@@ -119,20 +125,23 @@ class Door {
 
 }  // namespace
 
-Judgement Judge(const Ledger& ledger, size_t manifestsBefore, int delay) {
+Judgement Judge(const Ledger& ledger, int source, int delay) {
     Judgement judgement;
     Loader loader(judgement, delay);
     bool underWay = false;
-    for (size_t i = manifestsBefore; i < ledger.manifests.size(); ++i) {
-        if (!ledger.manifests[i].finished) {
+    for (const ManifestFetch& manifest : ledger.manifests) {
+        if (manifest.source != source) {
+            continue;
+        }
+        if (!manifest.finished) {
             underWay = true;
             judgement.newsAfterFault = false;
             break;
         }
-        loader.Take(ledger.manifests[i]);
+        loader.Take(manifest);
     }
-    Door audioDoor(ledger.audio, ".m4a", judgement);
-    Door videoDoor(ledger.video, ".mp4", judgement);
+    Door audioDoor(ledger.audio, source, ".m4a", judgement);
+    Door videoDoor(ledger.video, source, ".mp4", judgement);
     bool known = true;
     for (const Queued& segment : loader.All()) {
         const File audio = audioDoor.Take(segment.name);
@@ -146,6 +155,8 @@ Judgement Judge(const Ledger& ledger, size_t manifestsBefore, int delay) {
             ++judgement.delivered;
             judgement.audio += *audio.body;
             judgement.video += *video.body;
+            judgement.cachedFiles.insert(std::to_string(*segment.name) + ".m4a");
+            judgement.cachedFiles.insert(std::to_string(*segment.name) + ".mp4");
         } else {
             ++judgement.lost;
             if (audio.fate == Fate::kComplete && video.folderGone) {

@@ -33,12 +33,13 @@ struct Judgement {
     size_t news = 0;              ///< Events 0 with 0, 1 and 2.
     size_t malformed = 0;
     size_t failed = 0;
+    std::set<std::string> cachedFiles;    ///< Of the segments that are delivered.
     std::set<std::string> leftFiles;      ///< Cache files that failed attempts leave behind.
     std::vector<std::string> complaints;  ///< Requests that no rule explains.
 };
 
-/// Judges what a source has asked for that was made when the ledger held `manifestsBefore` manifests and nothing else.
-Judgement Judge(const Ledger& ledger, size_t manifestsBefore, int delay);
+/// Judges what this one of the host's sources has asked for.
+Judgement Judge(const Ledger& ledger, int source, int delay);
 
 /// The most manifests that were asked for within any stretch of time shorter than `window`. Each is dated by the origin
 /// before it is answered. No load can bring three of them into one window when the component and the host keep to their

@@ -8,7 +8,7 @@ namespace {
 /// What Wine's HTTP client makes an answer of: the component is not told that there was a fault.
 std::string_view NotToldByWine(FaultKind kind, Target target) {
     switch (kind) {
-        case FaultKind::kConnectionRefused:
+        case FaultKind::kRedirectToClosedPort:
             return kWineAnswersFailedRequests;
         case FaultKind::kResetBeforeStatus:
             return kWineTakesAClosedConnectionForAResponse;
@@ -35,8 +35,11 @@ std::string_view NotOnThisList(FaultKind kind, Target target) {
     if (IsStall(kind)) {
         return "the component's receive time-out of 30 s cannot be shortened here";
     }
-    if (kind == FaultKind::kNameNotResolved) {
-        return "no name server is asked";
+    if (kind == FaultKind::kEndlessTrickle) {
+        return "the cell has to outlast a receive time-out of 30 s, which cannot be shortened here";
+    }
+    if (StrikesBeforeRequest(kind)) {
+        return "no function can be put in front of the system's look-up of names and its connections";
     }
     if (kind == FaultKind::kWrongContentLength) {
         return "what the system's HTTP client makes of it is the system's business";
