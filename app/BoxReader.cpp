@@ -91,6 +91,7 @@ bool BoxReader::FindStartInTail() {
     m_skippedBytes -= static_cast<std::int64_t>(m_tail.size());
     m_bytes = std::move(joined);
     StartsAt(start->offset);
+    m_flaw = Flaw::kSpoilt;
     return true;
 }
 
@@ -226,7 +227,7 @@ std::size_t BoxReader::SkipStep() {
     return 0;
 }
 
-ReadStatus BoxReader::SkipToNextBox() {
+ReadStatus BoxReader::SkipToNextBox(bool inSteps) {
     if (std::exchange(m_knownStart, false)) {
         return ReadStatus::kOk;
     }
@@ -251,12 +252,15 @@ ReadStatus BoxReader::SkipToNextBox() {
                 return status;
             }
         }
-        const std::size_t step = SkipStep();
+        const std::size_t step = inSteps ? kHeader : SkipStep();
         if (step == 0) {
             return ReadStatus::kNotYet;
         }
         if (const ReadStatus status = FillTo(m_bytes.size() + step); status != ReadStatus::kOk) {
             return status;
+        }
+        if (inSteps) {
+            return ReadStatus::kInterrupted;
         }
     }
 }

@@ -28,6 +28,7 @@ class BoxReader {
     enum class Flaw {
         kNoBox,     // no box header: not media
         kCutShort,  // a box without its end
+        kSpoilt,    // the box before this place was without its end, and was delivered with the next segment's bytes
         kReleased   // bytes that had left the cache
     };
 
@@ -43,7 +44,9 @@ class BoxReader {
     // Moves on to the next position where a box that begins or continues a segment may start. kOk: found. kNotYet: the
     // end of what is there was reached; call again. Counts what it passes over in SkippedBytes. Looks before it reads
     // where it can.
-    ReadStatus SkipToNextBox();
+    // inSteps: kInterrupted after a few bytes, so that the caller can look elsewhere before bytes are waited for. So
+    // few that even the shortest error page ends the wait for them.
+    ReadStatus SkipToNextBox(bool inSteps = false);
 
     // After kReleased: moves to the earliest byte that can still be read, from where SkipToNextBox goes on. kNotYet: it
     // was not found; call again.

@@ -40,8 +40,8 @@ std::string EndSentence(RecordEnd end, const EndContext& context) {
             return context.hasMedia ? "" : "stopped before any media arrived; nothing was recorded";
         case RecordEnd::kNoManifest:
             return "no manifest could be fetched from " + context.url + " for " + context.patience +
-                   ": the server cannot be reached, refuses, or answers with something else; check the address, and "
-                   "that a browser on this machine can open it";
+                   ": the server cannot be reached, refuses, or answers with something that is no manifest or is too "
+                   "large for one; check the address, and that a browser on this machine can open it";
         case RecordEnd::kManifestShape:
             return "the manifest at " + context.url +
                    " is not of the shape that can be followed: one Period whose SegmentList has a SegmentTimeline and "
@@ -57,6 +57,9 @@ std::string EndSentence(RecordEnd end, const EndContext& context) {
         case RecordEnd::kOutputFailed:
             return (context.detail.empty() ? std::string("the output cannot be written") : context.detail) + kept +
                    "; make room or give another output";
+        case RecordEnd::kOutputRemoved:
+            return "the output \"" + context.detail +
+                   "\" was removed while it was written, so that nothing of the recording is left; start again";
         case RecordEnd::kCacheFailed:
             return context.detail + kept +
                    "; make room, give another folder with --cache-dir, or a shorter --max-cache";
@@ -86,6 +89,8 @@ const char* EndWord(RecordEnd end) {
             return "codec-changed";
         case RecordEnd::kOutputFailed:
             return "output-failed";
+        case RecordEnd::kOutputRemoved:
+            return "output-removed";
         case RecordEnd::kCacheFailed:
             return "cache-failed";
         case RecordEnd::kComponentFailed:

@@ -26,6 +26,7 @@ enum class RecordEnd {
     kNotMedia,        // the segments are not fragmented MP4
     kCodecChanged,    // the stream went on with other codec parameters
     kOutputFailed,    // disk full, no permission, ...
+    kOutputRemoved,   // somebody removed the file while it was written
     kCacheFailed,     // the same for the cache's files
     kComponentFailed  // the source filter could not be created or connected
 };
@@ -34,6 +35,7 @@ enum class RecordEnd {
 constexpr ExitCode ExitCodeOf(RecordEnd end, bool hasMedia) {
     switch (end) {
         case RecordEnd::kOutputFailed:
+        case RecordEnd::kOutputRemoved:
             return ExitCode::kOutput;
         case RecordEnd::kCacheFailed:
             return ExitCode::kCacheFolder;

@@ -11,6 +11,9 @@ namespace {
 // By how much the audio of a segment may be shorter than its video. Audio this far behind surely goes on in the same
 // segment.
 constexpr std::int64_t kSameSegmentUs = 150'000;
+// Times that fall by more are on another clock than those before; until those of the other track have fallen as well,
+// the two cannot be compared.
+constexpr std::int64_t kFallenUs = 1'000'000;
 constexpr AVRational kMicroseconds{1, 1'000'000};
 
 std::int64_t ToUs(std::int64_t time, AVRational timeBase) {
@@ -23,8 +26,11 @@ void MediaPump::TrackReader::Restart() {
     boxes.Restart();
     assembler.Restart();
     skipping = false;
+    spoilt = 0;
+    spoiltToTell = kSpoiltBackoff;
     held = false;
     timed = false;
+    clock = 0;
     arrivals = 0;
     segmentStart = -1;
     fileTypePosition = -1;
@@ -69,8 +75,10 @@ void MediaPump::TakeRestart() {
     m_sourceFailed = false;
     m_arrivals = 0;
     m_arrivalCounted = false;
+    m_arrivalUnread = false;
     m_videoAtEnd = true;
     m_streamStartTold = false;
+    m_recording.SourceBegins();
     for (TrackReader* reader : {&m_video, &m_audio}) {
         reader->Restart();
         if (m_anyFragment) {
@@ -101,7 +109,7 @@ bool MediaPump::AudioReadable() const {
     if (!m_audio.MayEndHere()) {
         return true;
     }
-    if (!m_audio.timed || !m_video.timed || m_video.skipping) {
+    if (!OnOneClock() || m_video.skipping) {
         return m_arrivals > m_audio.arrivals;
     }
     return VideoLeadUs() > kSameSegmentUs;
@@ -124,13 +132,16 @@ ReadStatus MediaPump::VideoReadable() {
         ++m_arrivals;
         m_arrivalCounted = true;
         m_audio.held = false;
+        m_arrivalUnread = true;
     }
     return status;
 }
 
 ReadStatus MediaPump::Step() {
+    const StreamTally::Totals told = m_recording.Tally().Now();
     const bool audioReadable = AudioReadable();
-    const bool audioFirst = !m_audio.timed || !m_video.timed || VideoLeadUs() >= 0;
+    // Behind audio that is passed over lies what may have to be waited for.
+    const bool audioFirst = !m_audio.skipping && (!OnOneClock() || VideoLeadUs() >= 0);
     if (audioReadable && audioFirst) {
         return ReadFrom(m_audio);
     }
@@ -140,6 +151,7 @@ ReadStatus MediaPump::Step() {
     }
     if (video == ReadStatus::kNotYet) {
         NoteSegmentEnd(m_video, m_video.boxes.Position());
+        m_recording.CaughtUp(told);
         return audioReadable ? ReadFrom(m_audio) : ReadStatus::kNotYet;
     }
     if (video == ReadStatus::kReleased) {
@@ -174,20 +186,40 @@ ReadStatus MediaPump::ReadFrom(TrackReader& reader) {
 }
 
 ReadStatus MediaPump::Skip(TrackReader& reader) {
-    const ReadStatus status = reader.boxes.SkipToNextBox();
+    const ReadStatus status = reader.boxes.SkipToNextBox(/*inSteps=*/reader.track == Track::kAudio && m_video.skipping);
     reader.skipping = status != ReadStatus::kOk;
+    if (reader.track == Track::kVideo && status == ReadStatus::kNotYet && std::exchange(m_arrivalUnread, false)) {
+        NoteSpoiltSegment(reader);  // there was no box in it
+    }
     return status;
 }
 
 // From here to the next segment.
 void MediaPump::LeaveOut(TrackReader& reader) {
-    const bool cutShort = reader.boxes.WhatIsWrong() == BoxReader::Flaw::kCutShort;
+    const bool spoilt = reader.boxes.WhatIsWrong() == BoxReader::Flaw::kSpoilt;
+    const bool cutShort = spoilt || reader.boxes.WhatIsWrong() == BoxReader::Flaw::kCutShort;
+    if (spoilt) {
+        m_recording.NoteSpoiltEnd(reader.track);
+    }
     m_recording.NoteLoss(reader.track, cutShort ? LossCause::kCutShort : LossCause::kNotMedia);
-    m_listener.OnWarning(cutShort
-                             ? Format("a segment of %s ends before its time, at byte %lld; its last piece is left out",
-                                      NameOf(reader.track), static_cast<long long>(reader.boxes.Position()))
-                             : Format("the %s at byte %lld is no media; it is left out up to the next segment",
-                                      NameOf(reader.track), static_cast<long long>(reader.boxes.Position())));
+    if (!cutShort) {
+        m_anyOtherBytes = true;
+        if (reader.spoilt > 0) {
+            NoteSpoiltSegment(reader);
+            return PassOver(reader, cutShort);
+        }
+        reader.spoilt = 1;
+        reader.spoiltFrom = reader.boxes.Position();
+    }
+    m_listener.OnWarning(cutShort ? Format("a segment of %s ends before its time, at byte %lld; its last piece is %s",
+                                           NameOf(reader.track), static_cast<long long>(reader.boxes.Position()),
+                                           spoilt ? "spoilt" : "left out")
+                                  : Format("the %s at byte %lld is no media; it is left out up to the next segment",
+                                           NameOf(reader.track), static_cast<long long>(reader.boxes.Position())));
+    PassOver(reader, cutShort);
+}
+
+void MediaPump::PassOver(TrackReader& reader, bool cutShort) {
     reader.skipping = !reader.boxes.AtKnownStart();
     reader.assembler.DropPartial();
     if (reader.track == Track::kVideo) {
@@ -196,6 +228,27 @@ void MediaPump::LeaveOut(TrackReader& reader) {
         m_audio.held = m_audio.held && cutShort;
     } else if (!cutShort) {
         CountAudioSegment();  // stands for one, as far as can be told
+    }
+}
+
+// Another one in a row. A stream of error pages may last for hours, so the line is repeated ever more rarely.
+void MediaPump::NoteSpoiltSegment(TrackReader& reader) {
+    ++reader.spoilt;
+    if (reader.spoilt == reader.spoiltToTell) {
+        reader.spoiltToTell *= kSpoiltBackoff;
+        m_listener.OnWarning(Format("the %s is still no media: %lld segments in a row, since byte %lld",
+                                    NameOf(reader.track), static_cast<long long>(reader.spoilt),
+                                    static_cast<long long>(reader.spoiltFrom)));
+    }
+}
+
+void MediaPump::TellEndOfSpoilt(TrackReader& reader) {
+    const std::int64_t segments = std::exchange(reader.spoilt, 0);
+    reader.spoiltToTell = kSpoiltBackoff;
+    if (segments > 1) {
+        m_listener.OnWarning(Format("the %s is media again; %lld segments in a row, since byte %lld, were none",
+                                    NameOf(reader.track), static_cast<long long>(segments),
+                                    static_cast<long long>(reader.spoiltFrom)));
     }
 }
 
@@ -222,6 +275,7 @@ ReadStatus MediaPump::PassReleased(TrackReader& reader) {
 }
 
 void MediaPump::TakeBox(TrackReader& reader, Box&& box) {
+    TellEndOfSpoilt(reader);
     if (reader.track == Track::kVideo) {
         NoteSegment(reader, box);
     } else if (box.type == FourCc("moov")) {
@@ -243,30 +297,13 @@ void MediaPump::TakeFragment(TrackReader& reader, const std::vector<std::uint8_t
         }
         return;
     }
-    const AVPacket& first = *fragment.packets.front();
-    const AVPacket& last = *fragment.packets.back();
-    const std::int64_t startUs = ToUs(first.dts, fragment.timeBase);
-    if (!std::exchange(reader.timed, true)) {
-        reader.firstUs = startUs;
-    }
-    reader.endUs = ToUs(last.dts + last.duration, fragment.timeBase);
+    NoteTimes(reader, fragment);
     m_anyFragment = true;
     const std::int64_t packetsBefore = m_recording.Packets();
     m_writing = true;
     const Recording::Result result = m_recording.Add(reader.track, std::move(fragment));
     m_writing = false;
-    for (const Gap& gap : m_recording.TakeNewGaps()) {
-        m_listener.OnGap(gap);
-    }
-    if (m_recording.Packets() > packetsBefore) {
-        m_listener.OnMedia();
-    }
-    if (!m_streamStartTold && reader.track == Track::kVideo) {
-        if (const auto at = m_recording.RecordingTime(startUs)) {
-            m_streamStartTold = true;
-            m_listener.OnStreamStart(*at);
-        }
-    }
+    TellNews(reader, packetsBefore);
     switch (result) {
         case Recording::Result::kGoOn:
             return;
@@ -286,6 +323,38 @@ void MediaPump::TakeFragment(TrackReader& reader, const std::vector<std::uint8_t
             break;
     }
     m_ended = true;
+}
+
+void MediaPump::NoteTimes(TrackReader& reader, const DemuxedFragment& fragment) {
+    const std::int64_t startUs = ToUs(fragment.packets.front()->dts, fragment.timeBase);
+    if (!reader.timed || startUs < reader.endUs - kFallenUs) {
+        reader.clock += reader.timed ? 1 : 0;
+        reader.firstUs = startUs;
+    }
+    if (reader.track == Track::kVideo && !reader.timed) {
+        m_streamStartUs = startUs;
+    }
+    reader.timed = true;
+    const AVPacket& last = *fragment.packets.back();
+    reader.endUs = ToUs(last.dts + last.duration, fragment.timeBase);
+}
+
+void MediaPump::TellNews(const TrackReader& reader, std::int64_t packetsBefore) {
+    for (const ClockRestart& restart : m_recording.TakeNewClockRestarts()) {
+        m_listener.OnClockRestart(restart);
+    }
+    for (const Gap& gap : m_recording.TakeNewGaps()) {
+        m_listener.OnGap(gap);
+    }
+    if (m_recording.Packets() > packetsBefore) {
+        m_listener.OnMedia();
+    }
+    if (!m_streamStartTold && reader.track == Track::kVideo) {
+        if (const auto at = m_recording.RecordingTime(m_streamStartUs)) {
+            m_streamStartTold = true;
+            m_listener.OnStreamStart(*at);
+        }
+    }
 }
 
 void MediaPump::NoteSegment(TrackReader& reader, const Box& box) {
@@ -311,6 +380,9 @@ void MediaPump::NoteSegmentEnd(TrackReader& reader, std::int64_t end) {
 RecordEnd MediaPump::EndWithoutMedia() {
     m_detail = m_sourceFailed ? m_sourceError() : "";
     if (!m_anyFragment && m_anyBytes) {
+        if (m_detail.empty() && m_anyOtherBytes) {
+            m_detail = "the server sent something else in their place, an error page for instance";
+        }
         return RecordEnd::kNotMedia;
     }
     const auto summary = m_recording.Snapshot();

@@ -38,6 +38,8 @@ class PumpListener {
     virtual void OnWarning(const std::string& sentence) = 0;
     // Media is missing in front of what has just been recorded.
     virtual void OnGap(const Gap&) {}
+    // The stream's clock began anew; what follows is recorded where the recording ended.
+    virtual void OnClockRestart(const ClockRestart&) {}
     // Media was recorded that was not there before.
     virtual void OnMedia() {}
     // The source's byte position 0 lies at this time of the recording.
@@ -72,6 +74,8 @@ class MediaPump {
     const std::string& Detail() const { return m_detail; }
 
   private:
+    static constexpr std::int64_t kSpoiltBackoff = 4;
+
     struct TrackReader {
         TrackReader(Track which, ByteSource& source, std::int64_t base) : track(which), boxes(source, base) {}
         void Restart();
@@ -81,12 +85,16 @@ class MediaPump {
         const Track track;
         BoxReader boxes;
         FragmentAssembler assembler;
-        bool skipping = false;      // looking for the next box after bytes that are none
-        bool held = false;          // a read found nothing: wait until the other track moved
-        bool timed = false;         // a fragment was read since the start
-        std::int64_t firstUs = 0;   // decode time of that fragment's first packet
-        std::int64_t endUs = 0;     // end of the last packet read
-        std::int64_t arrivals = 0;  // audio: how many segments were begun
+        bool skipping = false;        // looking for the next box after bytes that are none
+        std::int64_t spoilt = 0;      // segments in a row that were no media; at least, where they cannot be told apart
+        std::int64_t spoiltFrom = 0;  // position of the first of them
+        std::int64_t spoiltToTell = kSpoiltBackoff;  // how many of them are the next that is told
+        bool held = false;                           // a read found nothing: wait until the other track moved
+        bool timed = false;                          // a fragment was read since the start
+        int clock = 0;                               // how often its times fell since then
+        std::int64_t firstUs = 0;                    // decode time of the first packet on the present clock
+        std::int64_t endUs = 0;                      // end of the last packet read
+        std::int64_t arrivals = 0;                   // audio: how many segments were begun
         std::int64_t damaged = 0;
         std::int64_t segmentStart = -1;  // position of the segment being read
         std::int64_t fileTypePosition = -1;
@@ -96,16 +104,22 @@ class MediaPump {
     // failed.
     ReadStatus Step();
     bool AudioReadable() const;
+    bool OnOneClock() const { return m_video.timed && m_audio.timed && m_video.clock == m_audio.clock; }
     std::int64_t VideoLeadUs() const;
     ReadStatus VideoReadable();
     ReadStatus ReadFrom(TrackReader& reader);
     ReadStatus Skip(TrackReader& reader);
     void LeaveOut(TrackReader& reader);
+    void PassOver(TrackReader& reader, bool cutShort);
+    void NoteSpoiltSegment(TrackReader& reader);
+    void TellEndOfSpoilt(TrackReader& reader);
     void CountAudioSegment();
     ReadStatus PassReleased(TrackReader& reader);
     void TakeRestart();
     void TakeBox(TrackReader& reader, Box&& box);
     void TakeFragment(TrackReader& reader, const std::vector<std::uint8_t>& file);
+    void NoteTimes(TrackReader& reader, const DemuxedFragment& fragment);
+    void TellNews(const TrackReader& reader, std::int64_t packetsBefore);
     void NoteSegment(TrackReader& reader, const Box& box);
     void NoteSegmentEnd(TrackReader& reader, std::int64_t end);
     RecordEnd EndWithoutMedia();
@@ -118,13 +132,16 @@ class MediaPump {
     const Timing m_timing;
     TrackReader m_video;
     TrackReader m_audio;
-    std::int64_t m_arrivals = 0;    // at least so many segments have become readable, by what the video showed
-    bool m_videoAtEnd = true;       // the last look at the video found nothing
-    bool m_arrivalCounted = false;  // the segment that comes next has been counted already
-    bool m_sourceFailed = false;    // nothing is read until positions restart
-    bool m_streamStartTold = true;  // for the present source
+    std::int64_t m_arrivals = 0;       // at least so many segments have become readable, by what the video showed
+    bool m_videoAtEnd = true;          // the last look at the video found nothing
+    bool m_arrivalCounted = false;     // the segment that comes next has been counted already
+    bool m_sourceFailed = false;       // nothing is read until positions restart
+    bool m_streamStartTold = true;     // for the present source
+    std::int64_t m_streamStartUs = 0;  // decode time of its first video
     std::atomic<bool> m_writing = false;
     bool m_anyBytes = false;
+    bool m_arrivalUnread = false;  // the video that has come while it was passed over has not been looked through
+    bool m_anyOtherBytes = false;  // that are no media
     bool m_anyFragment = false;
     bool m_ended = false;
     RecordEnd m_end = RecordEnd::kAsked;

@@ -22,6 +22,8 @@ const char* Words(LossCause cause) {
             return "it had left the cache";
         case LossCause::kNewSource:
             return "a new source began later";
+        case LossCause::kNewClock:
+            return "the stream's clock began anew";
     }
     return "it was not delivered";
 }
@@ -42,6 +44,8 @@ const char* Word(LossCause cause) {
             return "left-cache";
         case LossCause::kNewSource:
             return "new-source";
+        case LossCause::kNewClock:
+            return "new-clock";
     }
     return "absent";
 }
@@ -56,6 +60,8 @@ const char* Word(RetryPolicy::Trouble trouble) {
             return "manifest-lost";
         case RetryPolicy::Trouble::kStalled:
             return "no-media";
+        case RetryPolicy::Trouble::kStillClosing:
+            return "still-closing";
     }
     return "manifest-failed";
 }
@@ -65,6 +71,12 @@ JsonLine& AddGap(JsonLine& line, const Gap& gap) {
         .Seconds("from", gap.fromUs / 1000)
         .Seconds("to", gap.toUs / 1000)
         .Text("cause", Word(gap.cause));
+}
+
+JsonLine& AddClockRestart(JsonLine& line, const ClockRestart& restart) {
+    return line.Seconds("at", restart.atUs / 1000)
+        .Seconds("from", restart.fromUs / 1000)
+        .Seconds("to", restart.toUs / 1000);
 }
 
 }  // namespace
@@ -81,6 +93,10 @@ std::string DescribeRetry(const RetryPolicy::Retry& retry) {
             return "the source has no manifest any more; a new one takes the stream up";
         case RetryPolicy::Trouble::kStalled:
             return "no new media has come for long; a new source takes the stream up";
+        case RetryPolicy::Trouble::kStillClosing:
+            return "a new source must wait, because transfers of the sources before it have not ended; looked at "
+                   "again" +
+                   when;
     }
     return retry.action == RetryPolicy::Action::kWake ? "the manifest is asked for again" + when
                                                       : "a new source asks for the manifest" + when;
@@ -111,6 +127,23 @@ std::string GapJson(const Gap& gap, std::int64_t sinceStartMs) {
     JsonLine line;
     line.Text("type", "gap").Seconds("time", sinceStartMs);
     return AddGap(line, gap).Str();
+}
+
+std::string DescribeClockRestart(const ClockRestart& restart) {
+    return "the stream's clock went from " + FormatClock(restart.fromUs / 1000, true) + " to " +
+           FormatClock(restart.toUs / 1000, true) + "; the recording goes on at " +
+           FormatClock(restart.atUs / 1000, true);
+}
+
+std::string ClockRestartJson(const ClockRestart& restart) {
+    JsonLine line;
+    return AddClockRestart(line, restart).Str();
+}
+
+std::string ClockRestartJson(const ClockRestart& restart, std::int64_t sinceStartMs) {
+    JsonLine line;
+    line.Text("type", "clock-restart").Seconds("time", sinceStartMs);
+    return AddClockRestart(line, restart).Str();
 }
 
 }  // namespace kvmpd::app

@@ -1,4 +1,4 @@
-// What the recording says of tries and gaps, for people and as JSON.
+// What the recording says of tries, gaps and clocks, for people and as JSON.
 
 #pragma once
 
@@ -20,5 +20,11 @@ std::string DescribeGap(const Gap& gap);
 std::string GapJson(const Gap& gap);
 // The same with type and time, as a line.
 std::string GapJson(const Gap& gap, std::int64_t sinceStartMs);
+
+// "the stream's clock went from 9:48.000 to 0:00.000; the recording goes on at 0:12.000"
+std::string DescribeClockRestart(const ClockRestart& restart);
+// The members "at", "from" and "to", as an object; and with type and time, as a line.
+std::string ClockRestartJson(const ClockRestart& restart);
+std::string ClockRestartJson(const ClockRestart& restart, std::int64_t sinceStartMs);
 
 }  // namespace kvmpd::app

@@ -19,6 +19,23 @@ std::string ErrnoText(int error) {
     return std::generic_category().message(error);
 }
 
+// A pipe that nobody reads holds a thread that opens it in the usual way, where no stop reaches it. -1 with errno;
+// ECANCELED: waitForReader ended it.
+int OpenExisting(const std::string& path, mode_t mode, const OutputFile::Wait& waitForReader) {
+    constexpr std::chrono::milliseconds kLookAgain{100};
+    const int notBlocking = S_ISREG(mode) ? 0 : O_NONBLOCK;  // writes wait in WaitWritable
+    for (;;) {
+        const int descriptor = ::open(path.c_str(), O_WRONLY | O_CLOEXEC | notBlocking);
+        if (descriptor >= 0 || errno != ENXIO || !S_ISFIFO(mode) || !waitForReader) {
+            return descriptor;
+        }
+        if (!waitForReader(kLookAgain)) {
+            errno = ECANCELED;
+            return -1;
+        }
+    }
+}
+
 std::string OpenErrorText(const std::string& path, int error) {
     const std::string start = "cannot write \"" + path + "\": ";
     switch (error) {
@@ -32,6 +49,8 @@ std::string OpenErrorText(const std::string& path, int error) {
             return start + ErrnoText(error) + "; give a name in a folder that you may write to";
         case EISDIR:
             return start + "it is a folder; give the name of a file";
+        case ENXIO:
+            return start + "nobody reads it; start its reader first";
         default:
             return start + ErrnoText(error);
     }
@@ -43,6 +62,17 @@ OutputFile::OutputFile(std::string path, int descriptor, bool created)
     : m_path(std::move(path)), m_descriptor(descriptor), m_created(created) {
     struct stat info {};
     m_seekable = ::fstat(descriptor, &info) == 0 && S_ISREG(info.st_mode);
+    m_linked = m_seekable && info.st_nlink > 0;
+}
+
+bool OutputFile::Removed() const {
+    struct stat info {};
+    return m_linked && !m_standardOutput && ::fstat(m_descriptor, &info) == 0 && info.st_nlink == 0;
+}
+
+void OutputFile::RequestStop() {
+    std::chrono::steady_clock::time_point never{};
+    m_stopAt.compare_exchange_strong(never, std::chrono::steady_clock::now());
 }
 
 OutputFile::~OutputFile() {
@@ -56,7 +86,8 @@ void OutputFile::Discard() {
     }
 }
 
-std::unique_ptr<OutputFile> OutputFile::Open(const std::string& path, bool overwrite, std::string& error) {
+std::unique_ptr<OutputFile> OutputFile::Open(const std::string& path, bool overwrite, std::string& error,
+                                             const Wait& waitForReader) {
     if (path == "-") {
         if (::isatty(STDOUT_FILENO) != 0) {
             error = "standard output is a terminal, which cannot show Matroska; pipe it to a player or give -o FILE";
@@ -77,7 +108,10 @@ std::unique_ptr<OutputFile> OutputFile::Open(const std::string& path, bool overw
     const bool created = descriptor >= 0;
     struct stat info {};
     if (!created && errno == EEXIST && ::stat(path.c_str(), &info) == 0 && (overwrite || !S_ISREG(info.st_mode))) {
-        descriptor = ::open(path.c_str(), O_WRONLY | O_CLOEXEC);
+        descriptor = OpenExisting(path, info.st_mode, waitForReader);
+        if (descriptor < 0 && errno == ECANCELED) {
+            return nullptr;
+        }
     }
     if (descriptor < 0) {
         error = OpenErrorText(path, errno);
@@ -97,28 +131,30 @@ bool OutputFile::Fail(const char* what, int error) {
 }
 
 // A pipe whose reader is slow holds the recording up, which is right: the cache waits behind it. Only when the
-// recording is being ended, a reader that takes nothing for two seconds is given up.
+// recording is being ended, a reader that takes nothing for a moment is given up: the stop as a whole, with the closing
+// of the source behind this, is promised within two seconds.
 bool OutputFile::WaitWritable() {
-    constexpr auto kGrace = std::chrono::seconds(2);
-    constexpr int kSliceMs = 100;
-    std::chrono::steady_clock::time_point stopSeen{};
+    using Clock = std::chrono::steady_clock;
+    constexpr std::chrono::milliseconds kSlice{100};  // in which a stop is noticed
+    const Clock::time_point begin = Clock::now();
     for (;;) {
+        std::chrono::milliseconds wait = kSlice;
+        if (const Clock::time_point asked = m_stopAt; asked != Clock::time_point{}) {
+            const auto left =
+                std::chrono::ceil<std::chrono::milliseconds>(std::max(asked, begin) + kStopGrace - Clock::now());
+            wait = std::clamp(left, std::chrono::milliseconds(0), kSlice);
+        }
         pollfd entry{m_descriptor, POLLOUT, 0};
-        const int ready = ::poll(&entry, 1, kSliceMs);
+        const int ready = ::poll(&entry, 1, static_cast<int>(wait.count()));
         if (ready > 0) {
             return true;  // an error condition shows in the write that follows
         }
         if (ready < 0 && errno != EINTR) {
             return Fail("waiting for", errno);
         }
-        if (m_stopping) {
-            const auto now = std::chrono::steady_clock::now();
-            if (stopSeen == std::chrono::steady_clock::time_point{}) {
-                stopSeen = now;
-            } else if (now - stopSeen > kGrace) {
-                m_state = State::kReaderGone;
-                return false;
-            }
+        if (ready == 0 && wait == std::chrono::milliseconds(0)) {
+            m_state = State::kReaderGone;
+            return false;
         }
     }
 }

@@ -3,7 +3,9 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <span>
 #include <string>
@@ -14,9 +16,15 @@ class OutputFile {
   public:
     enum class State { kGood, kReaderGone, kFailed };
 
+    // Called when a named pipe has no reader yet, which is looked for again and again. Waits for about so long; false:
+    // look no more.
+    using Wait = std::function<bool(std::chrono::milliseconds)>;
+
     // path: "-" is standard output. overwrite: replace a file that is there. An existing file is left as it is until
-    // the first byte is written. Nothing, with error in words, when it cannot be written.
-    static std::unique_ptr<OutputFile> Open(const std::string& path, bool overwrite, std::string& error);
+    // the first byte is written. Nothing, with error in words, when it cannot be written; error is empty when
+    // waitForReader ended it. Never blocks by itself.
+    static std::unique_ptr<OutputFile> Open(const std::string& path, bool overwrite, std::string& error,
+                                            const Wait& waitForReader = {});
 
     // Without a Keep before it, removes the file if this object created it.
     ~OutputFile();
@@ -43,8 +51,12 @@ class OutputFile {
     void Keep() { m_keep = true; }
     // Removes the file if this object created it and nothing is worth keeping.
     void Discard();
-    // From now on a reader of a pipe that takes nothing is waited for only a little longer.
-    void RequestStop() { m_stopping = true; }
+    // From now on a reader of a pipe that takes nothing is waited for only a little longer, kStopGrace.
+    void RequestStop();
+    static constexpr std::chrono::milliseconds kStopGrace{800};
+
+    // Whether somebody has removed the file, so that what is written is lost. Any thread.
+    bool Removed() const;
 
     State GetState() const { return m_state; }
     // Why writing failed, in words.
@@ -60,6 +72,7 @@ class OutputFile {
     const std::string m_path;
     const int m_descriptor;
     const bool m_created;
+    bool m_linked = false;  // it had a name when it was opened
     bool m_standardOutput = false;
     bool m_seekable = false;
     bool m_truncated = false;  // whether what an overwritten file held is gone
@@ -68,7 +81,8 @@ class OutputFile {
     std::int64_t m_position = 0;
     std::int64_t m_size = 0;
     std::atomic<bool> m_keep = false;
-    std::atomic<bool> m_stopping = false;
+    // When the stop was asked for; the clock's zero: not yet. Any thread writes, the writing thread reads.
+    std::atomic<std::chrono::steady_clock::time_point> m_stopAt{};
     State m_state = State::kGood;
     std::string m_error;
 };

@@ -99,14 +99,16 @@ void PinReader::Restarted() {
         }
         m_reader = std::move(m_next);
         m_next.Reset();
+        m_id = m_nextId;
     }
     m_left.notify_all();
 }
 
-void PinReader::SetNext(kvmpd::ComPtr<IAsyncReader> reader) {
+void PinReader::SetNext(kvmpd::ComPtr<IAsyncReader> reader, std::uint64_t id) {
     {
         const std::lock_guard lock(m_mutex);
         m_next = std::move(reader);
+        m_nextId = id;
     }
     m_left.notify_all();  // the one that it replaces will not be read from
 }

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <condition_variable>
+#include <cstdint>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -34,8 +35,10 @@ class PinReader final : public ByteSource {
     // Takes up the reader given last, if any: positions have restarted.
     void Restarted() override;
 
-    // What is to be read from after the next restart.
-    void SetNext(kvmpd::ComPtr<IAsyncReader> reader);
+    // What is to be read from after the next restart. id: the source's, for SourceId.
+    void SetNext(kvmpd::ComPtr<IAsyncReader> reader, std::uint64_t id = 0);
+    // Of the source that is read, which another one may have replaced already. The reading thread only.
+    std::uint64_t SourceId() const { return m_id; }
     // Until the reading thread has let go of this reader for good. Whoever closes a source waits here first: the last
     // reference to it must not be dropped by the reading thread, which would then wait for the source's transfers.
     void WaitUntilLeft(const IAsyncReader* reader);
@@ -53,6 +56,8 @@ class PinReader final : public ByteSource {
     std::condition_variable m_left;
     kvmpd::ComPtr<IAsyncReader> m_reader;  // replaced with m_mutex held, by the reading thread
     kvmpd::ComPtr<IAsyncReader> m_next;    // guarded by m_mutex
+    std::uint64_t m_nextId = 0;            // guarded by m_mutex
+    std::uint64_t m_id = 0;                // the reading thread only
     kvmpd::ComPtr<ProbeSample> m_sample;
     const std::function<bool()> m_interrupted;
     HRESULT m_lastResult = S_OK;

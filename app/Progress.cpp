@@ -17,6 +17,12 @@ std::int64_t Rate(std::int64_t bytes, std::int64_t milliseconds) {
     return milliseconds > 0 ? bytes * 8 * 1000 / milliseconds : 0;
 }
 
+// Segments come late now and then; what takes longer than three of them is no delay any more.
+bool IsLong(std::int64_t milliseconds, std::int64_t segmentMs) {
+    constexpr std::int64_t kShortestMs = 5'000;
+    return milliseconds >= std::max(kShortestMs, 3 * segmentMs);
+}
+
 std::string GapText(const Timeline::TrackState& track, const char* name) {
     if (track.gaps == 0) {
         return std::string("none in the ") + name;
@@ -35,10 +41,14 @@ void AddTrack(JsonLine& line, const std::string& name, const Timeline::TrackStat
 }  // namespace
 
 std::optional<std::int64_t> ProgressState::BehindLiveMs() const {
-    if (!buffering) {
+    if (!buffering || StandsStill()) {
         return std::nullopt;
     }
     return std::max<std::int64_t>(0, buffering->total - recordedMs);
+}
+
+bool ProgressState::StandsStill() const {
+    return sinceSegmentMs && IsLong(*sinceSegmentMs, segmentMs);
 }
 
 std::optional<std::int64_t> ProgressState::CachedFromMs() const {
@@ -63,6 +73,10 @@ std::string ProgressLine(const ProgressState& state) {
     line += " | recorded " + FormatClock(state.recordedMs, false);
     if (const auto behind = state.BehindLiveMs()) {
         line += " | behind live " + Seconds(*behind);
+    } else if (state.StandsStill()) {
+        line += Format(" | no new segment for %lld s", static_cast<long long>(*state.sinceSegmentMs / 1000));
+    }
+    if (state.buffering) {
         line += " | cached " + FormatClock(*state.CachedFromMs(), false) + "-" +
                 FormatClock(state.buffering->buffered, false);
     }
@@ -77,14 +91,17 @@ std::string ProgressJson(const ProgressState& state, std::int64_t sinceStartMs) 
     }
     line.Seconds("recorded", state.recordedMs).Number("bytes", state.bytes).Number("bit_rate", state.BitRate());
     if (const auto behind = state.BehindLiveMs()) {
-        line.Seconds("behind_live", *behind)
-            .Seconds("cache_start", *state.CachedFromMs())
-            .Seconds("cache_end", state.buffering->buffered);
+        line.Seconds("behind_live", *behind);
+    } else if (state.StandsStill()) {
+        line.Seconds("stands_still", *state.sinceSegmentMs);
+    }
+    if (state.buffering) {
+        line.Seconds("cache_start", *state.CachedFromMs()).Seconds("cache_end", state.buffering->buffered);
     }
     return line.Str();
 }
 
-std::string SummaryText(const Recording::Summary& summary, const std::string& path) {
+std::string SummaryText(const Recording::Summary& summary, const std::string& path, const LastMedia& last) {
     const auto& video = summary.tracks[0];
     const auto& audio = summary.tracks[1];
     std::string text = "recorded " + (path == "-" ? std::string("to standard output") : path) + "\n";
@@ -103,6 +120,17 @@ std::string SummaryText(const Recording::Summary& summary, const std::string& pa
     if (summary.gaps.size() > kMostGapLines) {
         text += "            and others\n";
     }
+    if (last.agoMs && (last.failedDownloads > 0 || IsLong(*last.agoMs, last.segmentMs))) {
+        text += "  ending    nothing new was recorded in the last " + Seconds(*last.agoMs);
+        if (last.failedDownloads > 0) {
+            text += Format(", and %lld download%s of what followed failed",
+                           static_cast<long long>(last.failedDownloads), last.failedDownloads == 1 ? "" : "s");
+        }
+        text += "\n";
+    }
+    for (std::size_t i = 0; i < std::min(summary.clockRestarts.size(), kMostGapLines); ++i) {
+        text += "  clock     " + DescribeClockRestart(summary.clockRestarts[i]) + "\n";
+    }
     if (video.repeated + audio.repeated > 0) {
         text += Format("  repeated  %lld packets came a second time and were left out\n",
                        static_cast<long long>(video.repeated + audio.repeated));
@@ -110,9 +138,10 @@ std::string SummaryText(const Recording::Summary& summary, const std::string& pa
     return text;
 }
 
-std::string SummaryJson(const Recording::Summary& summary, const std::string& path, const std::string& end) {
+std::string SummaryJson(const Recording::Summary& summary, const std::string& path, const std::string& end,
+                        std::int64_t sinceStartMs, const LastMedia& last) {
     JsonLine line;
-    line.Text("type", "summary").Text("output", path).Text("end", end);
+    line.Text("type", "summary").Seconds("time", sinceStartMs).Text("output", path).Text("end", end);
     line.Seconds("duration", summary.durationMs).Number("bytes", summary.bytes);
     line.Text("video_codec", summary.videoCodec).Number("width", summary.width).Number("height", summary.height);
     line.Text("audio_codec", summary.audioCodec);
@@ -126,6 +155,15 @@ std::string SummaryJson(const Recording::Summary& summary, const std::string& pa
     }
     gaps += "]";
     line.Raw("gaps", gaps);
+    std::string restarts = "[";
+    for (const ClockRestart& restart : summary.clockRestarts) {
+        restarts += restarts.size() == 1 ? "" : ",";
+        restarts += ClockRestartJson(restart);
+    }
+    line.Raw("clock_restarts", restarts + "]");
+    if (last.agoMs) {
+        line.Seconds("since_media", *last.agoMs).Number("failed_since_media", last.failedDownloads);
+    }
     return line.Str();
 }
 

@@ -40,6 +40,11 @@ Recorder::Recorder(RecordOptions options)
 
 Recorder::~Recorder() = default;
 
+bool Recorder::WasAsked() {
+    const std::lock_guard lock(m_mutex);
+    return m_end == RecordEnd::kAsked;
+}
+
 std::int64_t Recorder::SinceStartMs() const {
     return std::chrono::duration_cast<milliseconds>(Clock::now() - m_start).count();
 }
@@ -67,23 +72,46 @@ std::optional<ExitCode> Recorder::Prepare() {
         return ExitCode::kUsage;
     }
     std::string error;
-    auto output = OutputFile::Open(m_options.output, m_options.overwrite, error);
+    auto output = OutputFile::Open(
+        m_options.output, m_options.overwrite, error,
+        [this, told = false](auto wait) mutable { return WaitForReader(wait, !std::exchange(told, true)); });
+    if (!output && error.empty()) {
+        m_console.Error(EndSentence(RecordEnd::kAsked, m_context));
+        return ExitCode::kNothingYet;
+    }
     if (!output) {
         m_console.Error(error);
         return ExitCode::kOutput;
     }
+    TakeOutput(std::move(output));
     auto folder = CacheFolder::Create(m_options.cacheDir, error);
     if (!folder) {
         m_console.Error(error);
         return ExitCode::kCacheFolder;
     }
+    m_folderToRemove = folder.get();
+    m_folder = std::move(folder);
     const Recording::Options options{m_options.length ? std::optional(m_options.length->count() * 1000) : std::nullopt,
                                      m_options.keepTimestamps};
-    m_recording = std::make_unique<Recording>(*output, options);
-    const std::lock_guard lock(m_mutex);
-    m_output = std::move(output);
-    m_folder = std::move(folder);
+    m_recording = std::make_unique<Recording>(*m_output, options);
     return std::nullopt;
+}
+
+bool Recorder::WaitForReader(milliseconds wait, bool tell) {
+    if (tell) {
+        OnWarning("nobody reads \"" + m_options.output + "\" yet; the recording begins when somebody does");
+    }
+    std::unique_lock lock(m_mutex);
+    return !m_changed.wait_for(lock, wait, [&] { return m_end.has_value(); });
+}
+
+void Recorder::TakeOutput(std::unique_ptr<OutputFile> output) {
+    const std::lock_guard lock(m_mutex);
+    m_outputToDiscard = output.get();
+    m_output = std::move(output);
+    if (m_end) {
+        m_output->RequestStop();  // the stop signal came before
+    }
 }
 
 bool Recorder::StartSource() {
@@ -105,13 +133,15 @@ bool Recorder::StartSource() {
 }
 
 std::unique_ptr<SupervisedSource> Recorder::MakeSource(const SourceSupervisor::Request& request) {
+    const std::optional<std::uint32_t> delay = DelayFor(request);
     const SourceOptions options{.url = m_options.url,
                                 .cacheFolder = {},
                                 .maxCacheSeconds = m_options.maxCacheSeconds,
-                                .delaySegments = DelayFor(request),
+                                .delaySegments = delay,
                                 .preferHeight = m_options.preferHeight,
                                 .qualityId = m_options.qualityId};
     std::string error;
+    m_recording->Tally().SourceBegins();
     auto source = RecordingSource::Open(request.id, options, *m_folder, *m_pinReader, *this, error);
     if (!source) {
         End(m_folder->CanBeWritten(error) ? RecordEnd::kComponentFailed : RecordEnd::kCacheFailed, error);
@@ -122,7 +152,8 @@ std::unique_ptr<SupervisedSource> Recorder::MakeSource(const SourceSupervisor::R
         m_cache = source->Cache();
         m_segmentNumber.reset();
     }
-    m_pinReader->SetNext(source->Reader());
+    m_recording->NextSourceReaches(ReachUs(delay));
+    m_pinReader->SetNext(source->Reader(), request.id);
     m_gate.PositionsRestart();
     return source;
 }
@@ -138,10 +169,17 @@ std::optional<std::uint32_t> Recorder::DelayFor(const SourceSupervisor::Request&
     return static_cast<std::uint32_t>(std::min<std::int64_t>(std::max(missed, asked), UINT16_MAX));
 }
 
+// How far behind the recording's end a source may begin that starts so many segments behind the live edge. Rather too
+// far: segments differ in length, and a proxy's manifest may be old. What lies further back is of another clock.
+std::int64_t Recorder::ReachUs(std::optional<std::uint32_t> delaySegments) const {
+    constexpr milliseconds kOldestManifest{60'000};
+    const milliseconds segments = m_segmentLength * (2 * (delaySegments.value_or(0) + kOverlapSegments));
+    return std::int64_t{1000} * (segments + kOldestManifest).count();
+}
+
 void Recorder::OnRetry(const RetryPolicy::Retry& retry) {
     if (retry.trouble == RetryPolicy::Trouble::kStalled && m_recording->Repeated() > m_repeatedBefore) {
-        OnWarning(
-            "media comes, but none that is later than what was recorded: the stream's clock went back, or it ended");
+        OnWarning("media comes, but none that is later than what was recorded: the stream repeats itself, or it ended");
     }
     m_console.Say(Format("try   %9.3f s  ", static_cast<double>(SinceStartMs()) / 1000) + DescribeRetry(retry));
     m_console.SayJson(RetryJson(retry, SinceStartMs()));
@@ -156,112 +194,6 @@ void Recorder::StartReader() {
         End(end, m_pump->Detail());
     });
 }
-
-// ---- other threads ----
-
-void Recorder::OnSourceEvent(std::uint64_t id, const StreamEvent& event) {
-    TellSupervisor(id, event);
-    if (id != m_supervisor->CurrentId()) {
-        return;
-    }
-    if (const auto* position = std::get_if<PositionEvent>(&event);
-        position != nullptr && position->PositionsRestart()) {
-        m_gate.PositionsRestart();
-    }
-    if (std::holds_alternative<BufferingEvent>(event)) {
-        m_gate.News();
-    }
-    if (std::holds_alternative<DownloadFailedEvent>(event)) {
-        m_recording->NoteFailedDownload();
-    }
-    {
-        const std::lock_guard lock(m_mutex);
-        m_events.emplace_back(SinceStartMs(), event);
-    }
-    m_changed.notify_all();
-}
-
-void Recorder::TellSupervisor(std::uint64_t id, const StreamEvent& event) {
-    if (const auto* manifest = std::get_if<ManifestEvent>(&event)) {
-        if (manifest->result == ManifestEvent::Result::kLoaded) {
-            m_supervisor->ManifestLoaded(id, milliseconds(manifest->durationMs));
-        } else {
-            m_supervisor->ManifestFailed(id);
-        }
-    } else if (const auto* position = std::get_if<PositionEvent>(&event);
-               position != nullptr && !position->reset && !position->seek) {
-        m_supervisor->DelayUnchanged(id);
-    }
-}
-
-void Recorder::OnGap(const Gap& gap) {
-    m_console.Say("gap: " + DescribeGap(gap));
-    m_console.SayJson(GapJson(gap, SinceStartMs()));
-}
-
-void Recorder::OnMedia() {
-    m_repeatedBefore = m_recording->Repeated();
-    m_supervisor->MediaArrived();
-}
-
-void Recorder::OnStreamStart(std::int64_t recordingUs) {
-    const std::lock_guard lock(m_mutex);
-    m_streamStartMs = recordingUs / 1000;
-}
-
-void Recorder::OnSourceFailed(const std::string& inWords) {
-    OnWarning("the stream cannot be read: " + inWords);
-    m_supervisor->SourceFailed(m_supervisor->CurrentId());
-    m_changed.notify_all();
-}
-
-void Recorder::OnSegmentRead(std::int64_t bytes) {
-    const std::lock_guard lock(m_mutex);
-    ++m_segmentsRead;
-    // A file that the cache has dropped already leaves the count as the best guess.
-    const auto number = m_cache->SegmentNumber(m_segmentNumber.value_or(-1), bytes);
-    if (number || m_segmentNumber) {
-        m_segmentNumber = number.value_or(m_segmentNumber.value_or(0) + 1);
-    }
-}
-
-void Recorder::OnWarning(const std::string& sentence) {
-    m_console.Say("warning: " + sentence);
-    m_console.SayJson(JsonLine().Text("type", "warning").Seconds("time", SinceStartMs()).Text("text", sentence).Str());
-}
-
-void Recorder::OnStopSignal() {
-    End(RecordEnd::kAsked, "");
-    const std::lock_guard lock(m_mutex);
-    if (m_output) {
-        m_output->RequestStop();
-    }
-}
-
-void Recorder::OnSecondStopSignal() {
-    // Without m_mutex: whoever holds it might be what the user does not want to wait for. Both are set once, early.
-    if (m_folder) {
-        m_folder->Remove();
-    }
-    if (m_output) {
-        m_output->Discard();
-    }
-    ::_exit(static_cast<int>(ExitCode::kStoppedAtOnce));
-}
-
-void Recorder::End(RecordEnd end, const std::string& detail) {
-    {
-        const std::lock_guard lock(m_mutex);
-        if (!m_end) {
-            m_end = end;
-            m_endDetail = detail;
-        }
-    }
-    m_gate.Stop();
-    m_changed.notify_all();
-}
-
-// ---- Run's thread ----
 
 void Recorder::Follow() {
     std::unique_lock lock(m_mutex);
@@ -292,12 +224,12 @@ void Recorder::Follow() {
 }
 
 void Recorder::HandleEvent(const StreamEvent& event, std::int64_t timeMs) {
+    if (!WorthTelling(event)) {
+        return;
+    }
     m_console.SayJson(EventJson(event, timeMs));
     if (const auto* buffering = std::get_if<BufferingEvent>(&event)) {
-        // Shown as progress, on the recording's time line.
-        const std::lock_guard lock(m_mutex);
-        m_progress.buffering = BufferingEvent{buffering->play + m_streamStartMs, buffering->buffered + m_streamStartMs,
-                                              buffering->total + m_streamStartMs};
+        HandleBuffering(*buffering, timeMs);
         return;
     }
     m_console.Say(Format("event %9.3f s  ", static_cast<double>(timeMs) / 1000) + DescribeEvent(event));
@@ -314,6 +246,17 @@ void Recorder::HandleEvent(const StreamEvent& event, std::int64_t timeMs) {
     }
 }
 
+// Shown as progress, on the recording's time line.
+void Recorder::HandleBuffering(const BufferingEvent& event, std::int64_t timeMs) {
+    if (!m_lastSegmentMs || event.buffered != m_lastBuffering.buffered || event.total != m_lastBuffering.total) {
+        m_lastSegmentMs = timeMs;
+        m_lastBuffering = event;
+    }
+    const std::lock_guard lock(m_mutex);
+    m_progress.buffering =
+        BufferingEvent{event.play + m_streamStartMs, event.buffered + m_streamStartMs, event.total + m_streamStartMs};
+}
+
 void Recorder::HandleManifest(const ManifestEvent& event) {
     m_lastManifest = event.result;
     if (event.result == ManifestEvent::Result::kLoaded) {
@@ -327,6 +270,18 @@ void Recorder::HandleFailedDownload() {
     ++m_context.failedDownloads;
     if (std::string error; !m_folder->CanBeWritten(error)) {
         End(RecordEnd::kCacheFailed, error);
+        return;
+    }
+    std::shared_ptr<const CacheFolder> cache;
+    {
+        const std::lock_guard lock(m_mutex);
+        cache = m_cache;
+    }
+    // The present source's own folder is gone, say: no download of it will succeed, and the next one has another.
+    if (std::string error; m_lostCache != cache->Path() && !cache->CanBeWritten(error)) {
+        m_lostCache = cache->Path();
+        OnWarning(error + "; a new source takes another one");
+        m_supervisor->SourceFailed(m_supervisor->CurrentId());
     }
 }
 
@@ -355,8 +310,25 @@ void Recorder::ShowProgress(bool last) {
     m_progress.recordedMs = summary->recordedMs;
     m_progress.bytes = summary->bytes;
     m_progress.mediaBytes = summary->mediaBytes;
+    m_progress.segmentMs = m_segmentLength.count();
+    if (m_lastSegmentMs) {
+        m_progress.sinceSegmentMs = SinceStartMs() - *m_lastSegmentMs;
+    }
     m_console.Progress(ProgressLine(m_progress), last);
-    m_console.SayJson(ProgressJson(m_progress, SinceStartMs()));
+    m_console.SayJsonProgress(ProgressJson(m_progress, SinceStartMs()));
+    if (m_output->Removed()) {
+        End(RecordEnd::kOutputRemoved, m_options.output);
+    }
+}
+
+// The events may come before what was stored in front of them has been recorded, so the recording knows better, but of
+// one source.
+LastMedia Recorder::WhatCameLast(RecordEnd end, const Recording::Summary& summary) const {
+    const std::int64_t lastMs = m_lastMediaMs;
+    return {.agoMs = lastMs >= 0 ? std::optional(SinceStartMs() - lastMs) : std::nullopt,
+            .failedDownloads =
+                end == RecordEnd::kTimeReached ? 0 : std::max(m_failedDownloads - m_failedBefore, summary.failedAtEnd),
+            .segmentMs = m_segmentLength.count()};
 }
 
 ExitCode Recorder::FinishFile() {
@@ -368,6 +340,9 @@ ExitCode Recorder::FinishFile() {
     }
     // The file first: the reader thread may be held up in a read, and what it has delivered is already in here.
     const bool finished = m_recording->Finish();
+    for (const ClockRestart& restart : m_recording->TakeNewClockRestarts()) {
+        OnClockRestart(restart);
+    }
     for (const Gap& gap : m_recording->TakeNewGaps()) {
         OnGap(gap);
     }
@@ -380,16 +355,21 @@ ExitCode Recorder::FinishFile() {
         end = RecordEnd::kOutputFailed;
         m_context.detail = m_recording->Error();
     }
+    if (m_context.hasMedia && m_output->Removed()) {
+        end = RecordEnd::kOutputRemoved;
+        m_context.detail = m_options.output;
+    }
     if (const auto patience = m_context.hasMedia ? m_options.giveUpAfterMedia : m_options.giveUpBeforeMedia) {
         m_context.patience = Format("%g s", static_cast<double>(patience->count()) / 1000);
     }
+    const LastMedia last = WhatCameLast(end, summary);
     m_console.EndProgress();
     if (const std::string sentence = EndSentence(end, m_context); !sentence.empty()) {
         m_console.Error(sentence);
     }
-    if (m_context.hasMedia) {
-        m_console.Say(SummaryText(summary, m_options.output));
-        m_console.SayJson(SummaryJson(summary, m_options.output, EndWord(end)));
+    if (m_context.hasMedia && end != RecordEnd::kOutputRemoved) {
+        m_console.Say(SummaryText(summary, m_options.output, last));
+        m_console.SayJson(SummaryJson(summary, m_options.output, EndWord(end), SinceStartMs(), last));
     } else {
         m_output->Discard();
     }
@@ -423,12 +403,17 @@ void Recorder::CloseOrLeave(ExitCode code) {
         }
         closed.set_value();
     });
-    if (done.wait_for(kClosePatience) == std::future_status::ready) {
+    const Clock::time_point patience = Clock::now() + kClosePatience;
+    const bool isClosed = done.wait_until(patience) == std::future_status::ready;
+    if (isClosed) {
         closer.join();
+    }
+    // What was said is worth waiting for while somebody reads it, but for a user who wants to be off.
+    if (m_console.Drain(patience, /*patient=*/!WasAsked()) && isClosed) {
         return;
     }
-    // Still in a transfer or a read that cannot be called back. Everything that outlives the process is in order but
-    // for the cache folder; the system takes back the rest.
+    // Still in a transfer or a read that cannot be called back, or nobody reads what was said. Everything that outlives
+    // the process is in order but for the cache folder; the system takes back the rest.
     m_folder->Remove();
     ::_exit(static_cast<int>(code));
 }

@@ -67,6 +67,7 @@ class Recorder final : private SourceListener, private PumpListener {
     void OnSegmentRead(std::int64_t bytes) override;
     void OnWarning(const std::string& sentence) override;
     void OnGap(const Gap& gap) override;
+    void OnClockRestart(const ClockRestart& restart) override;
     void OnMedia() override;
     void OnStreamStart(std::int64_t recordingUs) override;
     void OnSourceFailed(const std::string& inWords) override;
@@ -76,9 +77,13 @@ class Recorder final : private SourceListener, private PumpListener {
 
     // Null of an exit code: go on.
     std::optional<ExitCode> Prepare();
+    bool WaitForReader(std::chrono::milliseconds wait, bool tell);
+    void TakeOutput(std::unique_ptr<OutputFile> output);
     bool StartSource();
     std::unique_ptr<SupervisedSource> MakeSource(const SourceSupervisor::Request& request);
     std::optional<std::uint32_t> DelayFor(const SourceSupervisor::Request& request) const;
+    std::int64_t ReachUs(std::optional<std::uint32_t> delaySegments) const;
+    void TellRecording(const StreamEvent& event);
     void OnRetry(const RetryPolicy::Retry& retry);
     void StartReader();
     void Follow();
@@ -87,10 +92,13 @@ class Recorder final : private SourceListener, private PumpListener {
     void HandleEvent(const StreamEvent& event, std::int64_t timeMs);
     void HandleManifest(const ManifestEvent& event);
     void HandleFailedDownload();
+    void HandleBuffering(const BufferingEvent& event, std::int64_t timeMs);
     void ShowProgress(bool last);
+    LastMedia WhatCameLast(RecordEnd end, const Recording::Summary& summary) const;
     ExitCode FinishFile();
     void CloseOrLeave(ExitCode code);
     std::int64_t SinceStartMs() const;
+    bool WasAsked();
     void End(RecordEnd end, const std::string& detail);
     RecordEnd WhyNoMedia(RecordEnd end) const;
 
@@ -102,8 +110,7 @@ class Recorder final : private SourceListener, private PumpListener {
     std::mutex m_mutex;
     std::condition_variable m_changed;
     // Guarded by m_mutex:
-    std::unique_ptr<OutputFile> m_output;   // set once
-    std::unique_ptr<CacheFolder> m_folder;  // set once
+    std::unique_ptr<OutputFile> m_output;  // set once, by Run's thread, which therefore reads it without
     std::deque<std::pair<std::int64_t, StreamEvent>> m_events;
     std::optional<RecordEnd> m_end;  // the first reason wins
     std::int64_t m_segmentsRead = 0;
@@ -112,7 +119,15 @@ class Recorder final : private SourceListener, private PumpListener {
     std::string m_endDetail;
     std::int64_t m_streamStartMs = 0;  // of the recording, at which the present source's times begin
 
-    std::atomic<std::int64_t> m_repeatedBefore = 0;  // packets that came a second time, until the last new one
+    // Where the signal thread finds what it drops when it may wait for nothing; set once.
+    std::atomic<OutputFile*> m_outputToDiscard = nullptr;
+    std::atomic<const CacheFolder*> m_folderToRemove = nullptr;
+
+    // Until the last new media. The time is of this object's clock; below 0 before there was any.
+    std::atomic<std::int64_t> m_repeatedBefore = 0;  // packets that came a second time
+    std::atomic<std::int64_t> m_failedBefore = 0;    // downloads
+    std::atomic<std::int64_t> m_lastMediaMs = -1;
+    std::atomic<std::int64_t> m_failedDownloads = 0;  // until now
 
     // Set before any other thread uses what they point to; the supervisor's owner is Run's thread.
     std::unique_ptr<Recording> m_recording;
@@ -121,11 +136,15 @@ class Recorder final : private SourceListener, private PumpListener {
     std::unique_ptr<MediaPump> m_pump;
 
     // Run's thread only:
+    std::unique_ptr<CacheFolder> m_folder;  // set once
+    std::string m_lostCache;                // path of a source's own folder that took no more files
     std::thread m_reader;
     EndContext m_context;
     std::optional<std::vector<VideoQuality>> m_qualities;
     ProgressState m_progress;
     Clock::time_point m_nextProgress;
+    BufferingEvent m_lastBuffering;                // on the source's own time line
+    std::optional<std::int64_t> m_lastSegmentMs;   // when that changed
     std::chrono::milliseconds m_segmentLength{0};  // of the newest segment
     std::optional<ManifestEvent::Result> m_lastManifest;
 };

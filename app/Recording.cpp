@@ -70,7 +70,10 @@ Recording::Result Recording::Add(Track track, DemuxedFragment&& fragment) {
     if (m_timeline.LimitReached()) {
         return Result::kLimitReached;
     }
-    return AddLocked(track, std::move(fragment));
+    const std::int64_t packetsBefore = m_timeline.Of(track).packets;
+    const Result result = AddLocked(track, std::move(fragment));
+    m_lastWritten[static_cast<std::size_t>(IndexOf(track))] = m_timeline.Of(track).packets > packetsBefore;
+    return result;
 }
 
 Recording::Result Recording::AddLocked(Track track, DemuxedFragment&& fragment) {
@@ -85,17 +88,10 @@ Recording::Result Recording::AddLocked(Track track, DemuxedFragment&& fragment) 
         m_error = DescribeChange(track, *known, *fragment.parameters);
         return Result::kCodecChanged;
     }
-    if (m_writer.Begun()) {
-        return WriteFragment(track, fragment);
-    }
-    m_waiting[index].push_back(std::move(fragment));
-    BoundWaiting(m_waiting[index]);
-    if (m_waiting[0].empty() || m_waiting[1].empty()) {
-        return Result::kGoOn;
-    }
-    if (!Begin()) {
-        return Result::kOutputFailed;
-    }
+    return m_writer.Begun() ? AddWhenBegun(track, std::move(fragment)) : AddBeforeBegun(track, std::move(fragment));
+}
+
+Recording::Result Recording::WriteWaiting() {
     for (const Track each : {Track::kVideo, Track::kAudio}) {
         for (DemuxedFragment& waiting : std::exchange(m_waiting[static_cast<std::size_t>(IndexOf(each))], {})) {
             if (const Result result = WriteFragment(each, waiting); result == Result::kOutputFailed) {
@@ -139,7 +135,8 @@ Recording::Result Recording::WriteFragment(Track track, DemuxedFragment& fragmen
             m_error = m_output.Error();
             return Result::kOutputFailed;
         }
-        const std::int64_t decodeUs = ToUs(packet->dts, fragment.timeBase);
+        const std::int64_t decodeUs =
+            ToUs(packet->dts, fragment.timeBase) + m_shiftUs[static_cast<std::size_t>(IndexOf(track))];
         const std::int64_t durationUs = ToUs(packet->duration, fragment.timeBase);
         const Timeline::Verdict verdict = m_timeline.Admit(track, decodeUs, durationUs);
         NoteGap();
@@ -152,6 +149,7 @@ Recording::Result Recording::WriteFragment(Track track, DemuxedFragment& fragmen
                 break;
         }
         m_loss[static_cast<std::size_t>(IndexOf(track))] = LossCause::kAbsent;
+        m_caughtUpSincePacket[static_cast<std::size_t>(IndexOf(track))] = false;
         if (!WritePacket(track, *packet, fragment.timeBase)) {
             return Result::kOutputFailed;
         }
@@ -170,13 +168,82 @@ void Recording::NoteGap() {
     Gap gap = *m_timeline.LastGap();
     const auto index = static_cast<std::size_t>(IndexOf(gap.track));
     gap.cause = m_loss[index];
-    if (gap.cause == LossCause::kAbsent && m_failuresExplained[index] < m_failedDownloads) {
-        ++m_failuresExplained[index];
+    if (TakeFailures(index, gap.toUs - gap.fromUs) > 0 && gap.cause == LossCause::kAbsent) {
         gap.cause = LossCause::kDownloadFailed;
     }
+    List(gap);
+}
+
+// How many failed downloads a gap of the track stands for; no other gap is put down to them. All that were known when
+// the end of the stream had been reached last lie in front of what has come since. Those told later may lie behind it:
+// of them the gap takes as many as it is long, and only where nothing else explains it.
+std::int64_t Recording::TakeFailures(std::size_t track, std::int64_t gapUs) {
+    const StreamTally::Totals now = m_tally.Now();
+    std::int64_t& explained = m_failuresExplained[track];
+    explained = std::max(explained, now.failedAside);
+    const std::int64_t before = std::max(explained, m_caughtUp.failed);
+    const std::int64_t fits =
+        now.segmentUs > 0 ? std::max<std::int64_t>(1, (gapUs + now.segmentUs / 2) / now.segmentUs) : now.failed;
+    const std::int64_t upTo =
+        m_loss[track] == LossCause::kAbsent ? std::max(before, std::min(now.failed, explained + fits)) : before;
+    return upTo - std::exchange(explained, upTo);
+}
+
+void Recording::CaughtUp(const StreamTally::Totals& then) {
+    const std::lock_guard lock(m_mutex);
+    // What one track has lost the other one may find lost as well when it is read: it is not behind it yet.
+    const bool nothingLost = m_loss[0] == LossCause::kAbsent && m_loss[1] == LossCause::kAbsent;
+    for (std::size_t i = 0; i < kTracks; ++i) {
+        if (nothingLost) {
+            if (!m_caughtUpSincePacket[i]) {
+                // Media has come behind them twice, and no gap: nothing is missing for them. Once may be chance, as a
+                // segment is told before it can be read.
+                m_failuresExplained[i] = std::max(m_failuresExplained[i], m_failuresPassed[i]);
+                m_failuresPassed[i] = m_caughtUp.failed;
+            }
+            m_storedAtLossUs[i] = then.storedUs;
+            m_caughtUpSincePacket[i] = true;
+        }
+    }
+    m_caughtUp = then;
+}
+
+// Nothing comes behind what is lost at the end, so it is as long as the segments are together that are known to be
+// lost: those that were not downloaded, and those that came as something else and were read.
+void Recording::EndTrack(Track track) {
+    const auto index = static_cast<std::size_t>(IndexOf(track));
+    const StreamTally::Totals now = m_tally.Now();
+    const std::int64_t explained = std::max(m_failuresExplained[index], now.failedAside);
+    // Where more was stored meanwhile, what has failed meanwhile may lie behind that.
+    const std::int64_t failed = (now.storedUs == m_caughtUp.storedUs ? now : m_caughtUp).failed;
+    const std::int64_t failedBehind = std::max<std::int64_t>(0, failed - explained);
+    m_failedAtEnd = std::max(m_failedAtEnd, failedBehind);
+    std::int64_t lostUs = failedBehind * now.segmentUs;
+    LossCause& cause = m_loss[index];
+    if (cause == LossCause::kNotMedia) {
+        lostUs += std::max(now.segmentUs, m_caughtUp.storedUs - m_storedAtLossUs[index]);
+    } else if (cause == LossCause::kNewSource && lostUs > 0) {
+        cause = LossCause::kDownloadFailed;  // it has brought nothing yet that begins later
+    }
+    if (cause != LossCause::kAbsent || lostUs > 0) {
+        m_timeline.EndTrack(track, lostUs);
+        NoteGap();
+    }
+}
+
+void Recording::List(const Gap& gap) {
     if (m_gaps.size() < kMostGapsListed) {
         m_gaps.push_back(gap);
         m_newGaps.push_back(gap);
+    }
+}
+
+void Recording::NoteSpoiltEnd(Track track) {
+    const std::lock_guard lock(m_mutex);
+    if (m_lastWritten[static_cast<std::size_t>(IndexOf(track))]) {
+        Gap gap = m_timeline.SpoilEnd(track);
+        gap.cause = LossCause::kCutShort;
+        List(gap);
     }
 }
 
@@ -188,7 +255,8 @@ bool Recording::HasRoomFor(const AVPacket& packet) {
 }
 
 bool Recording::WritePacket(Track track, AVPacket& packet, AVRational timeBase) {
-    const std::int64_t origin = m_options.keepTimestamps ? 0 : m_timeline.OriginUs();
+    const std::int64_t origin =
+        (m_options.keepTimestamps ? 0 : m_timeline.OriginUs()) - m_shiftUs[static_cast<std::size_t>(IndexOf(track))];
     packet.dts = ToUs(packet.dts, timeBase) - origin;
     packet.pts = packet.pts == AV_NOPTS_VALUE ? packet.dts : ToUs(packet.pts, timeBase) - origin;
     packet.duration = ToUs(packet.duration, timeBase);
@@ -209,11 +277,14 @@ bool Recording::Finish() {
     }
     m_finished = true;
     if (m_writer.Begun()) {
+        DropDoubtful(Track::kVideo);
+        DropDoubtful(Track::kAudio);
+        GoOnAtTheEnd();  // a failure shows in Finish as well
         for (const Track track : {Track::kVideo, Track::kAudio}) {
-            if (m_loss[static_cast<std::size_t>(IndexOf(track))] != LossCause::kAbsent) {
-                m_timeline.EndTrack(track);
-                NoteGap();
-            }
+            EndTrack(track);
+        }
+        if (m_timeline.LimitReached()) {
+            m_failedAtEnd = 0;  // nobody asked for what follows
         }
     }
     const bool finished = m_writer.Finish();
@@ -228,14 +299,23 @@ void Recording::NoteLoss(Track track, LossCause cause) {
     const std::lock_guard lock(m_mutex);
     LossCause& known = m_loss[static_cast<std::size_t>(IndexOf(track))];
     // What follows from a loss is not what caused it.
-    if (known == LossCause::kAbsent) {
-        known = cause;
+    if (known != LossCause::kAbsent) {
+        return;
+    }
+    known = cause;
+    if (!m_caughtUpSincePacket[static_cast<std::size_t>(IndexOf(track))]) {
+        m_storedAtLossUs[static_cast<std::size_t>(IndexOf(track))] = m_tally.Now().storedUs;
     }
 }
 
 std::vector<Gap> Recording::TakeNewGaps() {
     const std::lock_guard lock(m_mutex);
     return std::exchange(m_newGaps, {});
+}
+
+std::vector<ClockRestart> Recording::TakeNewClockRestarts() {
+    const std::lock_guard lock(m_mutex);
+    return std::exchange(m_newClockRestarts, {});
 }
 
 std::int64_t Recording::Packets() const {
@@ -250,7 +330,8 @@ std::int64_t Recording::Repeated() const {
 
 std::optional<std::int64_t> Recording::RecordingTime(std::int64_t decodeUs) const {
     const std::lock_guard lock(m_mutex);
-    return m_writer.Begun() ? std::optional(decodeUs - m_timeline.OriginUs()) : std::nullopt;
+    return m_writer.Begun() && m_waiting[0].empty() ? std::optional(decodeUs + m_shiftUs[0] - m_timeline.OriginUs())
+                                                    : std::nullopt;
 }
 
 Recording::Summary Recording::Snapshot() const {
@@ -274,7 +355,9 @@ Recording::Summary Recording::SnapshotLocked() const {
     summary.recordedMs = std::max(summary.tracks[0].endUs, summary.tracks[1].endUs) / 1000;
     summary.bytes = m_output.Size();
     summary.mediaBytes = m_mediaBytes;
+    summary.failedAtEnd = m_failedAtEnd;
     summary.gaps = m_gaps;
+    summary.clockRestarts = m_clockRestarts;
     if (const AVCodecParameters* video = m_parameters[0].get()) {
         summary.seen[0] = true;
         summary.width = video->width;

@@ -24,9 +24,10 @@ class RetryPolicy {
         // How long nothing may come before the source is given up; none: for ever.
         std::optional<Length> giveUpBeforeMedia = Length{30'000};
         std::optional<Length> giveUpAfterMedia;
-        // A source that brings no media for so long is replaced although it reports no failure; doubled, four times at
-        // most, for each replacement that brought none either. Never less than three of the stream's segments. None:
-        // such a source is left alone, as it must be where the host pauses the stream.
+        // A source that brings no media for so long is replaced although it reports no failure; doubled for each
+        // replacement that brought none either, up to four times the longest back-off where it is not longer itself.
+        // Never less than the shortest back-off, nor than three of the stream's segments. None: such a source is left
+        // alone, as it must be where the host pauses the stream.
         std::optional<Length> stallLimit;
         std::uint64_t seed = 0;  // of the jitter
     };
@@ -37,7 +38,13 @@ class RetryPolicy {
         kReplace,  // nothing wakes it: make a new one
         kGiveUp    // the last answer; it is repeated from then on
     };
-    enum class Trouble { kManifestFailed, kSourceFailed, kWakeRefused, kStalled };
+    enum class Trouble {
+        kManifestFailed,
+        kSourceFailed,
+        kWakeRefused,
+        kStalled,
+        kStillClosing  // sources that were replaced before have not ended yet, so that no other is to be made now
+    };
 
     // A try that was decided upon.
     struct Retry {
@@ -59,15 +66,16 @@ class RetryPolicy {
             m_quietSince = now;  // its downloads begin only now
         }
         m_manifestFailures = 0;
-        if (m_pending && m_pending->trouble == Trouble::kManifestFailed) {
-            m_pending.reset();
+        if (IsPending() && m_pending.trouble == Trouble::kManifestFailed) {
+            m_pending = {};
         }
     }
 
     // The source could not load its manifest and waits to be told to try again. Nothing when a try is due already.
     std::optional<Retry> ManifestFailed(Time now) {
         m_wakeAsked = false;
-        if (m_pending) {
+        if (IsPending()) {
+            m_heldUp = Trouble::kManifestFailed;
             return std::nullopt;
         }
         const int attempt = ++m_manifestFailures;
@@ -88,11 +96,23 @@ class RetryPolicy {
 
     // The source cannot be read or could not be made.
     std::optional<Retry> SourceFailed(Time now) {
-        if (m_pending && m_pending->action == Action::kReplace) {
+        if (m_pending.action == Action::kReplace) {
+            m_heldUp = Trouble::kSourceFailed;
             return std::nullopt;
         }
         const int attempt = ++m_sourceFailures;
         return Plan(now, Trouble::kSourceFailed, Action::kReplace, attempt, Backoff(attempt));
+    }
+
+    // The source that Next wanted, for this trouble, cannot be made before others have ended; in any case after `most`,
+    // if that is known.
+    Retry ReplaceHeldUp(Time now, Trouble because, std::optional<Length> most) {
+        if (because != Trouble::kStillClosing) {
+            m_heldUp = because;
+        }
+        const int attempt = ++m_sourceFailures;
+        const Length wait = Backoff(attempt);
+        return Plan(now, Trouble::kStillClosing, Action::kReplace, attempt, most ? std::min(wait, *most) : wait);
     }
 
     // The host got media that it had not had before.
@@ -101,6 +121,9 @@ class RetryPolicy {
         m_quietSince = now;
         m_sourceFailures = 0;
         m_stalls = 0;
+        if (IsPending() && m_pending.trouble == Trouble::kStillClosing && m_heldUp == Trouble::kStalled) {
+            m_pending = {};  // it is no stall any more
+        }
     }
 
     // The host was not ready to take media until now, so that none could arrive: that time does not count.
@@ -120,13 +143,12 @@ class RetryPolicy {
             m_givenUp = true;
             return {Action::kGiveUp, Trouble::kStalled};
         }
-        if (m_pending) {
+        if (IsPending()) {
             if (now < m_due) {
                 return {};
             }
-            const Decision decision{m_pending->action, m_pending->trouble};
-            m_pending.reset();
-            m_wakeAsked = decision.action == Action::kWake;
+            const Decision decision{m_pending.action, m_pending.trouble};
+            m_pending = {};
             Acted(now, decision.action);
             return decision;
         }
@@ -140,7 +162,7 @@ class RetryPolicy {
 
     // When Next may have something to say again; none: not before something happens.
     std::optional<Time> NextAt() const {
-        const std::optional<Time> act = m_pending ? std::optional(m_due) : StalledAt();
+        const std::optional<Time> act = IsPending() ? std::optional(m_due) : StalledAt();
         const std::optional<Time> end = GiveUpAt();
         return act && end ? std::min(*act, *end) : act ? act : end;
     }
@@ -149,7 +171,9 @@ class RetryPolicy {
     std::optional<Time> LastMedia() const { return m_lastMedia; }
 
   private:
-    std::optional<Retry> Plan(Time now, Trouble trouble, Action action, int attempt, Length wait) {
+    bool IsPending() const { return m_pending.action != Action::kNothing; }
+
+    Retry Plan(Time now, Trouble trouble, Action action, int attempt, Length wait) {
         m_pending = Retry{trouble, action, attempt, wait};
         m_due = now + wait;
         m_quietSince = now;
@@ -159,6 +183,9 @@ class RetryPolicy {
     void Acted(Time now, Action action) {
         m_quietSince = now;
         m_manifestHeld = m_manifestHeld && action != Action::kReplace;
+        // A wake that has not been answered goes with the source that was woken: of the next one, it would be taken for
+        // refused as soon as that is given its delay.
+        m_wakeAsked = action == Action::kWake;
     }
 
     // Doubled with every try in a row; jitter takes up to a half away, so that hosts which lost the same server at the
@@ -189,8 +216,12 @@ class RetryPolicy {
         if (!m_options.stallLimit) {
             return std::nullopt;
         }
-        const Length limit = std::max(*m_options.stallLimit, 3 * m_segment);
-        return m_quietSince + limit * (1 << std::min(m_stalls, 4));
+        Length limit = std::max({*m_options.stallLimit, m_options.shortest, 3 * m_segment});
+        const Length most = std::max(limit, 4 * m_options.longest);
+        for (int stall = 0; stall < m_stalls && limit < most; ++stall) {
+            limit = std::min(2 * limit, most);
+        }
+        return m_quietSince + limit;
     }
 
     Options m_options;
@@ -198,7 +229,8 @@ class RetryPolicy {
     Time m_busyUntil;
     Time m_quietSince;  // since then neither media came nor anything was done about it
     std::optional<Time> m_lastMedia;
-    std::optional<Retry> m_pending;
+    Retry m_pending{};                     // kNothing: nothing is
+    Trouble m_heldUp = Trouble::kStalled;  // why the source is needed whose making is held up
     Time m_due{};
     Length m_segment{0};
     std::uint64_t m_random;

@@ -4,7 +4,8 @@
 //
 // Threads: what happened (ManifestLoaded ... SourceFailed) is told from any thread, also from inside a source's own
 // callback. Start, Step and the destructor belong to one thread, on which all callbacks are called. A source that was
-// replaced is closed on a thread of its own, because closing waits for its transfer in progress.
+// replaced is closed on a thread of its own, because closing waits for its transfer in progress. That may last for
+// hours: a transfer that trickles never meets a time-out.
 
 #pragma once
 
@@ -57,6 +58,7 @@ class SourceSupervisor {
     SourceSupervisor(const RetryPolicy::Options& options, Callbacks callbacks, std::function<Time()> clock = {})
         : m_callbacks(std::move(callbacks)),
           m_clock(clock ? std::move(clock) : [] { return std::chrono::steady_clock::now(); }),
+          m_spacing(options.longest),
           m_policy(options, m_clock()) {}
 
     ~SourceSupervisor() { Close(); }
@@ -65,7 +67,13 @@ class SourceSupervisor {
 
     // Makes the first source. False when that failed; there is no second try then.
     bool Start() {
-        m_current = m_callbacks.make(NewRequest());
+        Request request;
+        {
+            const std::lock_guard lock(m_mutex);
+            request = NewRequest();
+        }
+        m_current = m_callbacks.make(request);
+        m_lastMade = m_clock();
         return m_current != nullptr;
     }
 
@@ -114,10 +122,19 @@ class SourceSupervisor {
         ReapClosed();
         std::vector<RetryPolicy::Retry> planned;
         RetryPolicy::Decision decision;
+        std::optional<Request> request;
         {
             const std::lock_guard lock(m_mutex);
             planned.swap(m_planned);
-            decision = m_policy.Next(m_clock());
+            const Time now = m_clock();
+            decision = m_policy.Next(now);
+            if (decision.action == RetryPolicy::Action::kReplace) {
+                if (MayReplace(now)) {
+                    request = NewRequest();  // from here on nothing is charged to it that the one before reports
+                } else {
+                    planned.push_back(m_policy.ReplaceHeldUp(now, decision.trouble, UntilMore(now)));
+                }
+            }
         }
         for (const RetryPolicy::Retry& retry : planned) {
             Tell(retry);
@@ -129,10 +146,12 @@ class SourceSupervisor {
                 m_current->AskForManifestAgain();
                 break;
             case RetryPolicy::Action::kReplace:
-                if (decision.trouble == RetryPolicy::Trouble::kStalled) {
+                if (request && decision.trouble == RetryPolicy::Trouble::kStalled) {
                     Tell({decision.trouble, decision.action});
                 }
-                Replace();
+                if (request) {
+                    Replace(*request);
+                }
                 break;
             case RetryPolicy::Action::kGiveUp:
                 if (!std::exchange(m_gaveUp, true) && m_callbacks.gaveUp) {
@@ -177,8 +196,10 @@ class SourceSupervisor {
         std::thread thread;
         std::shared_ptr<std::atomic<bool>> done;
     };
-    // A server that holds transfers open must not gather sources here.
-    static constexpr std::size_t kMostClosing = 2;
+    // A server that holds transfers open must not gather sources here: beyond the few that time-outs will end, only one
+    // in a while, and never more than so many.
+    static constexpr std::size_t kFewClosing = 2;
+    static constexpr std::size_t kMostClosing = 8;
 
     template <class Told>
     void Note(std::uint64_t id, Told told) {
@@ -197,8 +218,8 @@ class SourceSupervisor {
         }
     }
 
+    // The owner's thread, with m_mutex held.
     Request NewRequest() {
-        const std::lock_guard lock(m_mutex);
         Request request{++m_currentId, std::nullopt};
         if (const auto last = m_policy.LastMedia()) {
             request.sinceMedia = std::chrono::ceil<RetryPolicy::Length>(m_clock() - *last);
@@ -206,11 +227,19 @@ class SourceSupervisor {
         return request;
     }
 
-    void Replace() {
-        std::unique_ptr<SupervisedSource> fresh;
-        if (m_closing.size() < kMostClosing) {
-            fresh = m_callbacks.make(NewRequest());
-        }
+    bool MayReplace(Time now) const {
+        return m_closing.size() < kFewClosing || (m_closing.size() < kMostClosing && now - m_lastMade >= m_spacing);
+    }
+
+    // How long it is at most until there may be one more; none: nobody knows.
+    std::optional<RetryPolicy::Length> UntilMore(Time now) const {
+        return m_closing.size() < kMostClosing
+                   ? std::optional(std::chrono::ceil<RetryPolicy::Length>(m_lastMade + m_spacing - now))
+                   : std::nullopt;
+    }
+
+    void Replace(const Request& request) {
+        std::unique_ptr<SupervisedSource> fresh = m_callbacks.make(request);
         if (!fresh) {
             std::optional<RetryPolicy::Retry> retry;
             {
@@ -222,6 +251,7 @@ class SourceSupervisor {
             }
             return;
         }
+        m_lastMade = m_clock();
         std::unique_ptr<SupervisedSource> old = std::exchange(m_current, std::move(fresh));
         if (old) {
             old->EndReads();
@@ -246,6 +276,7 @@ class SourceSupervisor {
 
     const Callbacks m_callbacks;
     const std::function<Time()> m_clock;
+    const RetryPolicy::Length m_spacing;  // of sources, while those before them do not end
 
     mutable std::mutex m_mutex;
     // Guarded by m_mutex:
@@ -256,6 +287,7 @@ class SourceSupervisor {
     // The owner's thread only:
     std::unique_ptr<SupervisedSource> m_current;
     std::vector<Closing> m_closing;
+    Time m_lastMade{};
     bool m_gaveUp = false;
 };
 

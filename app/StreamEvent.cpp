@@ -21,7 +21,7 @@ struct Describer {
             case ManifestEvent::Result::kFailed:
                 break;
         }
-        return "the manifest could not be loaded";
+        return "the manifest could not be loaded: no answer, no manifest, or too large a one";
     }
     std::string operator()(const QualityListEvent& event) const {
         const auto qualities = ParseQualityList(event.text);
@@ -89,6 +89,11 @@ struct JsonWriter {
 };
 
 }  // namespace
+
+bool WorthTelling(const StreamEvent& event) {
+    const auto* position = std::get_if<PositionEvent>(&event);
+    return position == nullptr || position->PositionsRestart();
+}
 
 std::string DescribeEvent(const StreamEvent& event) {
     return std::visit(Describer{}, event);

@@ -47,6 +47,9 @@ struct UnknownEvent {
 using StreamEvent = std::variant<ManifestEvent, QualityListEvent, QualityChosenEvent, PositionEvent,
                                  DownloadFailedEvent, BufferingEvent, UnknownEvent>;
 
+// False for what only answers this host itself: the delay that every source is given and that wakes it.
+bool WorthTelling(const StreamEvent& event);
+
 // A sentence for a person, without a line feed.
 std::string DescribeEvent(const StreamEvent& event);
 

@@ -1,5 +1,7 @@
 #include "app/Timeline.h"
 
+#include <algorithm>
+
 namespace kvmpd::app {
 namespace {
 
@@ -48,10 +50,19 @@ void Timeline::NoteGap(Track track, std::int64_t toUs, std::int64_t smallestUs) 
     m_lastGap = Gap{.track = track, .fromUs = state.endUs, .toUs = toUs};
 }
 
-void Timeline::EndTrack(Track track) {
+Gap Timeline::SpoilEnd(Track track) {
+    Entry& entry = m_tracks[static_cast<std::size_t>(IndexOf(track))];
+    const Gap gap{.track = track, .fromUs = entry.lastDecodeUs - m_originUs, .toUs = entry.state.endUs};
+    ++entry.state.gaps;
+    entry.state.missingUs += gap.toUs - gap.fromUs;
+    return gap;
+}
+
+void Timeline::EndTrack(Track track, std::int64_t lostUs) {
     m_lastGap.reset();
     const Track other = track == Track::kVideo ? Track::kAudio : Track::kVideo;
-    NoteGap(track, Of(other).endUs, kNearLimitUs);
+    const std::int64_t lostUntil = Of(track).endUs + lostUs;
+    NoteGap(track, std::max(Of(other).endUs, m_limitUs ? std::min(lostUntil, *m_limitUs) : lostUntil), kNearLimitUs);
 }
 
 bool Timeline::LimitReached() const {

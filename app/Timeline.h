@@ -1,5 +1,6 @@
 // Decides, packet by packet, what goes into the recording: where it starts, where it ends, what is repeated and what is
-// missing. Times are microseconds of the stream's own clock (its decode times). Plain values; no thread, no libav.
+// missing. Times are microseconds of the stream's own clock (its decode times), moved to go on where that begins anew.
+// Plain values; no thread, no libav.
 
 #pragma once
 
@@ -30,11 +31,20 @@ class Timeline {
     std::int64_t OriginUs() const { return m_originUs; }
 
     Verdict Admit(Track track, std::int64_t decodeUs, std::int64_t durationUs);
+    // Packets that somebody else knows to have come a second time.
+    void CountRepeated(Track track, std::int64_t packets) {
+        m_tracks[static_cast<std::size_t>(IndexOf(track))].state.repeated += packets;
+    }
     // The gap in front of the packet last given to Admit; its cause is for others to say.
     const std::optional<Gap>& LastGap() const { return m_lastGap; }
 
-    // No more packets come. What the track lacks against the other one counts as a gap.
-    void EndTrack(Track track);
+    // The packet of the track that was admitted last has no use: it counts as missing, however short it is. Once a
+    // packet.
+    Gap SpoilEnd(Track track);
+
+    // No more packets come. What the track lacks against the other one counts as a gap, and so does what is known to be
+    // lost behind its end, up to the end that was asked for.
+    void EndTrack(Track track, std::int64_t lostUs = 0);
 
     // Both tracks have reached the end that was asked for, the second one as nearly as its packets allow.
     bool LimitReached() const;

@@ -6,6 +6,7 @@
 #include <exception>
 #include <functional>
 
+#include "app/Allocator.h"
 #include "app/ExitCode.h"
 #include "app/RecordCommand.h"
 #if __has_include("app/ServeCommand.h")
@@ -15,6 +16,7 @@
 
 int main(int argc, char** argv) {
     using kvmpd::app::ExitCode;
+    kvmpd::app::GiveBackLargeBlocks();
     // A reader that goes away, or a file that may grow no more, shows as a failed write, which is answered where it
     // happens.
     std::signal(SIGPIPE, SIG_IGN);

@@ -94,6 +94,7 @@ class Pump : public testing::Test, protected PumpListener {
     void OnSegmentRead(std::int64_t bytes) override { m_segmentBytes.push_back(bytes); }
     void OnWarning(const std::string& sentence) override { m_warnings.push_back(sentence); }
     void OnGap(const Gap& gap) override { m_gaps.push_back(gap); }
+    void OnClockRestart(const ClockRestart& restart) override { m_clockRestarts.push_back(restart); }
     void OnStreamStart(std::int64_t recordingUs) override { m_streamStarts.push_back(recordingUs); }
     void OnSourceFailed(const std::string& inWords) override {
         m_failures.push_back(inWords);
@@ -115,6 +116,7 @@ class Pump : public testing::Test, protected PumpListener {
     std::vector<std::int64_t> m_segmentBytes;
     std::vector<std::string> m_warnings;
     std::vector<Gap> m_gaps;
+    std::vector<ClockRestart> m_clockRestarts;
     std::vector<std::int64_t> m_streamStarts;
     std::vector<std::string> m_failures;
     std::function<void()> m_sourceFailed;

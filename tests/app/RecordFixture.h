@@ -48,14 +48,32 @@ class RecordCommandLine : public testing::Test {
     void SetUp() override {
         fs::create_directory(Temporary());
         fs::create_directory(Results());
+        StartOrigin(/*port=*/0, kWindowSegments);
+    }
+
+    // A clock and a beep; another beginning shows other pictures at the same media times.
+    static origin::TestCardOptions Card(std::chrono::seconds beginning = {}) {
         origin::TestCardOptions card;
         card.qualities = {origin::QualityOfHeight(144), origin::QualityOfHeight(240)};
+        card.availabilityStart += beginning;
+        return card;
+    }
+
+    void StartOrigin(int port, std::size_t publishedSegments) {
         origin::OriginOptions options;
+        options.port = port;
         options.timeline.durationsMs = {1000};
         options.timeline.windowMs = 1000 * static_cast<std::int64_t>(kWindowSegments);
-        m_origin = std::make_unique<origin::LiveOrigin>(options, std::make_shared<origin::TestCard>(card));
-        m_origin->Advance(kWindowSegments);
+        m_origin = std::make_unique<origin::LiveOrigin>(options, std::make_shared<origin::TestCard>(Card()));
+        m_origin->Advance(publishedSegments);
         m_origin->Start();
+    }
+
+    // Another origin takes the port of the first one over, as a server that was restarted.
+    void RestartOrigin(std::size_t publishedSegments) {
+        const int port = m_origin->Port();
+        m_origin->Stop();
+        StartOrigin(port, publishedSegments);
     }
 
     // What the child may leave behind shows here.
@@ -96,6 +114,28 @@ class RecordCommandLine : public testing::Test {
             }
         }
         return child.Wait();
+    }
+
+    // Reads on, keeping the lines, until one holds the text.
+    bool KeepUntil(ChildProcess& child, const std::string& text) {
+        while (const auto line = child.ReadLine()) {
+            m_lines.push_back(*line);
+            if (line->find(text) != std::string::npos) {
+                return true;
+            }
+        }
+        return false;
+    }
+
+    // The lines of this type, as they came.
+    std::vector<std::string> LinesOf(const std::string& type) const {
+        std::vector<std::string> lines;
+        for (const std::string& line : m_lines) {
+            if (line.find("\"type\":\"" + type + "\"") != std::string::npos) {
+                lines.push_back(line);
+            }
+        }
+        return lines;
     }
 
     bool SaidOnStdout(const std::string& text) const {

@@ -9,6 +9,7 @@ extern "C" {
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <map>
 #include <memory>
 #include <stdexcept>
 
@@ -164,7 +165,7 @@ std::vector<Bytes> MakeVideoSegments(const MediaShape& shape) {
         frame->width = codec->width;
         frame->height = codec->height;
         Check(av_frame_get_buffer(frame.get(), 0), "frame");
-        std::memset(frame->data[0], (n * 5) & 0xFF,
+        std::memset(frame->data[0], (n * 5 + shape.brightness) & 0xFF,
                     static_cast<std::size_t>(frame->linesize[0]) * static_cast<std::size_t>(frame->height));
         for (const int plane : {1, 2}) {
             std::memset(frame->data[plane], 128,
@@ -198,7 +199,7 @@ std::vector<Bytes> MakeAudioSegments(const MediaShape& shape) {
         Check(av_frame_get_buffer(frame.get(), 0), "frame");
         auto* out = reinterpret_cast<float*>(frame->data[0]);
         for (int i = 0; i < frame->nb_samples; ++i) {
-            out[i] = 0.1F * static_cast<float>(std::sin((at + i) * 0.05));
+            out[i] = shape.silent ? 0 : 0.1F * static_cast<float>(std::sin((at + i) * 0.05));
         }
         frame->pts = at;
         frames.push_back(std::move(frame));
@@ -228,15 +229,26 @@ FileFacts Inspect(const std::string& path) {
         }
     }
     const AvPacketPtr packet(av_packet_alloc());
+    std::map<int, std::int64_t> lastTimes;
     while (av_read_frame(input, packet.get()) >= 0) {
         const AVStream& stream = *input->streams[packet->stream_index];
+        const double time = static_cast<double>(packet->pts) * av_q2d(stream.time_base);
+        const auto last = lastTimes.find(packet->stream_index);
+        const double step =
+            last == lastTimes.end() ? 0 : static_cast<double>(packet->dts - last->second) * av_q2d(stream.time_base);
+        facts.timesRise = facts.timesRise && (last == lastTimes.end() || step > 0);
+        lastTimes[packet->stream_index] = packet->dts;
         if (stream.codecpar->codec_type == AVMEDIA_TYPE_VIDEO) {
             if (facts.videoPackets++ == 0) {
-                facts.start = static_cast<double>(packet->pts) * av_q2d(stream.time_base);
+                facts.start = time;
                 facts.firstVideoIsKey = (packet->flags & AV_PKT_FLAG_KEY) != 0;
             }
+            facts.videoEnd = time;
+            facts.largestVideoStep = std::max(facts.largestVideoStep, step);
         } else {
             ++facts.audioPackets;
+            facts.audioEnd = time;
+            facts.largestAudioStep = std::max(facts.largestAudioStep, step);
         }
         av_packet_unref(packet.get());
     }

@@ -17,6 +17,8 @@ struct MediaShape {
     std::int64_t startSeconds = 0;  // decode time of the first segment
     int width = 64;
     int height = 48;
+    int brightness = 0;   // of the first picture: other pictures at the same times
+    bool silent = false;  // the sound is the same bytes at all times
 };
 
 inline constexpr int kFramesPerSecond = 25;
@@ -37,6 +39,11 @@ struct FileFacts {
     std::string videoCodec;
     std::string audioCodec;
     bool firstVideoIsKey = false;
+    bool timesRise = true;  // the decode times of each track
+    double audioEnd = 0;    // presentation time of the last packet, seconds
+    double videoEnd = 0;
+    double largestAudioStep = 0;  // from one packet to the next, seconds
+    double largestVideoStep = 0;
 };
 
 // What libav finds in a finished file.

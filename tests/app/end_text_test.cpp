@@ -32,6 +32,7 @@ INSTANTIATE_TEST_SUITE_P(
                     CodeCase{RecordEnd::kNotMedia, ExitCode::kEndedEarly, ExitCode::kNoStream},
                     CodeCase{RecordEnd::kCodecChanged, ExitCode::kEndedEarly, ExitCode::kNoStream},
                     CodeCase{RecordEnd::kOutputFailed, ExitCode::kOutput, ExitCode::kOutput},
+                    CodeCase{RecordEnd::kOutputRemoved, ExitCode::kOutput, ExitCode::kOutput},
                     CodeCase{RecordEnd::kComponentFailed, ExitCode::kEndedEarly, ExitCode::kNoStream}));
 
 EndContext Context(bool hasMedia) {
@@ -52,6 +53,19 @@ TEST(EndSentences, NameTheAddress) {
     for (const RecordEnd end : {RecordEnd::kNoManifest, RecordEnd::kManifestShape}) {
         EXPECT_NE(EndSentence(end, Context(false)).find("http://host/live.mpd"), std::string::npos);
     }
+}
+
+TEST(EndSentences, NameEveryReasonForNoManifest) {
+    const std::string text = EndSentence(RecordEnd::kNoManifest, Context(false));
+    for (const char* reason : {"cannot be reached", "refuses", "is no manifest", "too large"}) {
+        EXPECT_NE(text.find(reason), std::string::npos) << text;
+    }
+}
+
+TEST(EndSentences, DoNotSayOfARemovedFileThatItIsKept) {
+    const std::string text = EndSentence(RecordEnd::kOutputRemoved, Context(true));
+    EXPECT_NE(text.find("was removed while it was written"), std::string::npos) << text;
+    EXPECT_EQ(text.find("holds what came before"), std::string::npos) << text;
 }
 
 TEST(EndSentences, SayThatWhatWasRecordedIsKept) {

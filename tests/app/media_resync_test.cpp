@@ -108,17 +108,51 @@ INSTANTIATE_TEST_SUITE_P(Segments, Resynchronising, testing::ValuesIn(DamageCase
 });
 
 // Of audio nothing can be asked in advance: the byte that is missing shows only when the next segment is read. The
-// fragment has been recorded by then; the warning tells.
-TEST_F(Pump, WarnsOfAudioThatIsShortOfAByte) {
-    CutOneByte(m_audio[1]);
+// fragment has been recorded by then, its last piece of sound spoilt. That piece is the gap.
+class FewBytesShort : public Pump, public testing::WithParamInterface<std::size_t> {};
+
+TEST_P(FewBytesShort, AtTheEndOfASoundSegmentIsAGap) {
+    m_audio[1].resize(m_audio[1].size() - GetParam());
     GoLive(4);
     EXPECT_EQ(Run(), RecordEnd::kAsked);
     EXPECT_EQ(m_summary.tracks[0].packets, 100);
+    EXPECT_EQ(m_summary.tracks[0].gaps, 0);
     EXPECT_NEAR(static_cast<double>(m_summary.tracks[1].endUs) / 1e6, 4.0, 0.03);
-    EXPECT_EQ(m_summary.tracks[1].gaps, 0);
     ASSERT_EQ(m_warnings.size(), 1u);
     EXPECT_NE(m_warnings[0].find("a segment of audio ends before its time"), std::string::npos) << m_warnings[0];
+    ASSERT_EQ(m_gaps.size(), 1u);
+    EXPECT_EQ(m_summary.tracks[1].gaps, 1);
+    EXPECT_EQ(m_gaps[0].track, Track::kAudio);
+    EXPECT_EQ(m_gaps[0].cause, LossCause::kCutShort);
+    EXPECT_NEAR(static_cast<double>(m_gaps[0].toUs) / 1e6, 2.0, 0.03);
+    EXPECT_NEAR(static_cast<double>(m_gaps[0].toUs - m_gaps[0].fromUs) / 1e6, 0.021, 0.002);
 }
+
+// The cut goes through the header of the segment's second fragment: of both tracks so many of its eight bytes are left.
+// By themselves they cannot be told from other bytes that are no box.
+TEST_P(FewBytesShort, OfABoxHeaderIsAGapUpToTheNextSegment) {
+    m_video = test::MakeVideoSegments({.segments = 4, .fragmentsPerSegment = 2});
+    m_audio = test::MakeAudioSegments({.segments = 4, .fragmentsPerSegment = 2});
+    const std::string name = "moof";
+    for (std::vector<Bytes>* track : {&m_video, &m_audio}) {
+        Bytes& segment = (*track)[1];
+        const auto first = std::search(segment.begin(), segment.end(), name.begin(), name.end());
+        const auto second = std::search(first + 4, segment.end(), name.begin(), name.end());
+        segment.resize(static_cast<std::size_t>(second - segment.begin()) - 4 + GetParam());
+    }
+    GoLive(4);
+    EXPECT_EQ(Run(), RecordEnd::kAsked);
+    EXPECT_EQ(m_summary.tracks[0].packets, 88);  // 13 of 25 in the first half
+    ASSERT_EQ(m_gaps.size(), 2u);
+    for (const Gap& gap : m_gaps) {
+        EXPECT_NEAR(static_cast<double>(gap.fromUs) / 1e6, 1.52, 0.04);
+        EXPECT_NEAR(static_cast<double>(gap.toUs) / 1e6, 2.0, 0.03);
+        EXPECT_EQ(gap.cause, LossCause::kNotMedia);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Bytes, FewBytesShort, testing::Range<std::size_t>(1, 8),
+                         [](const auto& tested) { return std::to_string(tested.param); });
 
 TEST_F(Pump, TellsOfMediaLostAtTheEnd) {
     MakeHtml(m_video[3]);
@@ -133,7 +167,7 @@ TEST_F(Pump, TellsOfMediaLostAtTheEnd) {
 TEST_F(Pump, SaysThatADownloadFailedWhereNothingElseIsKnown) {
     m_video.erase(m_video.begin() + 1);
     m_audio.erase(m_audio.begin() + 1);
-    m_recording->NoteFailedDownload();
+    m_recording->Tally().Failed();
     GoLive(3);
     EXPECT_EQ(Run(), RecordEnd::kAsked);
     ASSERT_EQ(m_gaps.size(), 2u);

@@ -23,6 +23,10 @@ TEST(RetryNotice, SaysWhatIsTriedAndWhen) {
               "no new media has come for long; a new source takes the stream up");
     EXPECT_EQ(DescribeRetry({Trouble::kWakeRefused, Action::kReplace, 1, 0ms}),
               "the source has no manifest any more; a new one takes the stream up");
+    EXPECT_EQ(
+        DescribeRetry({Trouble::kStillClosing, Action::kReplace, 1, 1'500ms}),
+        "a new source must wait, because transfers of the sources before it have not ended; looked at again in 1.5 "
+        "s (try 1)");
 }
 
 TEST(RetryNotice, IsAnObjectForPrograms) {
@@ -46,12 +50,21 @@ TEST(GapNotice, TellsEveryCauseApart) {
     std::set<std::string> objects;
     for (const LossCause cause :
          {LossCause::kAbsent, LossCause::kDownloadFailed, LossCause::kNotMedia, LossCause::kCutShort,
-          LossCause::kDamaged, LossCause::kLeftCache, LossCause::kNewSource}) {
+          LossCause::kDamaged, LossCause::kLeftCache, LossCause::kNewSource, LossCause::kNewClock}) {
         sentences.insert(DescribeGap({.cause = cause}));
         objects.insert(GapJson({.cause = cause}));
     }
-    EXPECT_EQ(sentences.size(), 7u);
-    EXPECT_EQ(objects.size(), 7u);
+    EXPECT_EQ(sentences.size(), 8u);
+    EXPECT_EQ(objects.size(), 8u);
+}
+
+TEST(ClockNotice, SaysWhereItWentAndWhereTheRecordingGoesOn) {
+    const ClockRestart restart{.atUs = 12'000'000, .fromUs = 588'000'000, .toUs = 0};
+    EXPECT_EQ(DescribeClockRestart(restart),
+              "the stream's clock went from 9:48.000 to 0:00.000; the recording goes on at 0:12.000");
+    EXPECT_EQ(ClockRestartJson(restart), R"({"at":12.000,"from":588.000,"to":0.000})");
+    EXPECT_EQ(ClockRestartJson(restart, 61'000),
+              R"({"type":"clock-restart","time":61.000,"at":12.000,"from":588.000,"to":0.000})");
 }
 
 }  // namespace

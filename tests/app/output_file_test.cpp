@@ -127,6 +127,55 @@ TEST_F(Output, MayBeADeviceThatExists) {
     EXPECT_TRUE(output->Write(test::ToBytes("x")));
 }
 
+TEST_F(Output, TellsThatItsFileWasRemoved) {
+    fs::create_directory(PathOf("folder"));
+    const auto output = Open(PathOf("folder/a"));
+    EXPECT_TRUE(output->Write(test::ToBytes("hello")));
+    EXPECT_FALSE(output->Removed());
+    fs::rename(PathOf("folder/a"), PathOf("folder/b"));
+    EXPECT_FALSE(output->Removed()) << "it has another name, and is there";
+    fs::remove_all(PathOf("folder"));
+    EXPECT_TRUE(output->Removed());
+    EXPECT_TRUE(output->Write(test::ToBytes("nobody will read this")));
+}
+
+TEST_F(Output, ThatIsAPipeOrADeviceIsNeverRemoved) {
+    ASSERT_EQ(::mkfifo(PathOf("pipe").c_str(), 0600), 0);
+    const int reader = ::open(PathOf("pipe").c_str(), O_RDONLY | O_NONBLOCK);
+    const auto output = Open(PathOf("pipe"));
+    ASSERT_TRUE(output) << m_error;
+    fs::remove(PathOf("pipe"));
+    EXPECT_FALSE(output->Removed());
+    ::close(reader);
+    EXPECT_FALSE(Open("/dev/null")->Removed());
+}
+
+TEST_F(Output, ToAPipeWithoutAReaderWaitsUntilItIsToldNotTo) {
+    ASSERT_EQ(::mkfifo(PathOf("pipe").c_str(), 0600), 0);
+    int asked = 0;
+    EXPECT_FALSE(OutputFile::Open(PathOf("pipe"), /*overwrite=*/false, m_error,
+                                  [&](std::chrono::milliseconds) { return ++asked < 3; }));
+    EXPECT_EQ(asked, 3);
+    EXPECT_EQ(m_error, "");
+    EXPECT_TRUE(fs::exists(PathOf("pipe")));
+    EXPECT_FALSE(Open(PathOf("pipe")));
+    EXPECT_NE(m_error.find("nobody reads it"), std::string::npos) << m_error;
+}
+
+TEST_F(Output, ToAPipeBeginsWhenAReaderComes) {
+    ASSERT_EQ(::mkfifo(PathOf("pipe").c_str(), 0600), 0);
+    int reader = -1;
+    const auto output = OutputFile::Open(PathOf("pipe"), /*overwrite=*/false, m_error, [&](std::chrono::milliseconds) {
+        reader = ::open(PathOf("pipe").c_str(), O_RDONLY | O_NONBLOCK);
+        return true;
+    });
+    ASSERT_TRUE(output) << m_error;
+    EXPECT_TRUE(output->Write(test::ToBytes("hello")));
+    char bytes[5] = {};
+    EXPECT_EQ(::read(reader, bytes, sizeof(bytes)), 5);
+    ::close(reader);
+}
+
 class OutputToAPipe : public Output {
   protected:
     void SetUp() override {
@@ -175,7 +224,7 @@ TEST_F(OutputToAPipe, NoticesThatTheReaderIsGone) {
     EXPECT_FALSE(m_output->Write(Bytes(10, 1)));
 }
 
-// Takes the two seconds of grace that a stopped recording gives its reader.
+// Takes the moment of grace that a stopped recording gives its reader.
 TEST_F(OutputToAPipe, GivesUpAReaderThatTakesNothingWhenAskedToStop) {
     m_output->RequestStop();
     EXPECT_FALSE(m_output->Write(Bytes(1 << 20, 1)));  // more than a pipe holds, and nobody reads

@@ -139,12 +139,14 @@ TEST_F(PinReaderOverAPin, TakesAFailureForAnInterruptionWhenItWasOne) {
 
 TEST_F(PinReaderOverAPin, ReadsFromTheNextPinAfterARestart) {
     const auto next = MakePin();
-    m_reader.SetNext(kvmpd::ComPtr<IAsyncReader>(next.get()));
+    m_reader.SetNext(kvmpd::ComPtr<IAsyncReader>(next.get()), 5);
     test::Bytes bytes(4);
     m_reader.Read(7, bytes);
     EXPECT_EQ(m_pin->position, 7);
+    EXPECT_EQ(m_reader.SourceId(), 0u) << "a read that fails now is not the next one's fault";
     m_reader.Restarted();
     m_reader.Read(9, bytes);
+    EXPECT_EQ(m_reader.SourceId(), 5u);
     EXPECT_EQ(m_pin->position, 7);
     EXPECT_EQ(next->position, 9);
     m_reader.Restarted();  // without another pin the same goes on

@@ -9,14 +9,11 @@
 #include <cstring>
 
 #include "tests/app/RecordFixture.h"
-#include "tests/support/ScriptedPeer.h"
 
 namespace kvmpd::app {
 namespace {
 
 namespace fs = std::filesystem;
-using kvmpd::test::PeerReply;
-using kvmpd::test::ScriptedPeer;
 using test::ChildProcess;
 using test::JsonValue;
 using test::kWindowSegments;
@@ -28,48 +25,11 @@ class RecordThroughFaults : public test::RecordCommandLine {
         return request.kind == Kind::Segment && request.path.find(".m4a") == std::string::npos;
     }
 
-    // Another origin takes the port of the first one over, as a server that was restarted.
-    void RestartOrigin(std::size_t publishedSegments) {
-        const int port = m_origin->Port();
-        m_origin->Stop();
-        origin::TestCardOptions card;
-        card.qualities = {origin::QualityOfHeight(144), origin::QualityOfHeight(240)};
-        origin::OriginOptions options;
-        options.port = port;
-        options.timeline.durationsMs = {1000};
-        options.timeline.windowMs = 1000 * static_cast<std::int64_t>(kWindowSegments);
-        m_origin = std::make_unique<origin::LiveOrigin>(options, std::make_shared<origin::TestCard>(card));
-        m_origin->Advance(publishedSegments);
-        m_origin->Start();
-    }
-
     // Ends the origin where the scope ends, so that a reply hook may use what stands in front of this.
     struct OriginUntilHere {
         origin::LiveOrigin& origin;
         ~OriginUntilHere() { origin.Stop(); }
     };
-
-    // The lines of this type, as they came.
-    std::vector<std::string> LinesOf(const std::string& type) const {
-        std::vector<std::string> lines;
-        for (const std::string& line : m_lines) {
-            if (line.find("\"type\":\"" + type + "\"") != std::string::npos) {
-                lines.push_back(line);
-            }
-        }
-        return lines;
-    }
-
-    // Reads on, keeping the lines, until one holds the text.
-    bool KeepUntil(ChildProcess& child, const std::string& text) {
-        while (const auto line = child.ReadLine()) {
-            m_lines.push_back(*line);
-            if (line->find(text) != std::string::npos) {
-                return true;
-            }
-        }
-        return false;
-    }
 
     void ExpectGaplessVideo(int seconds) const {
         EXPECT_EQ(JsonValue(m_summary, "video_packets"), std::to_string(25 * seconds));
@@ -213,80 +173,40 @@ TEST_F(RecordThroughFaults, TellsOfAGapAtTheBeginning) {
     EXPECT_NEAR(std::stod(JsonValue(gaps[0], "to")), 1, 0.05);
 }
 
-// ---- stopping ----
+// ---- what is taken away meanwhile ----
 
-struct Hold {
-    const char* name;
-    Kind kind;
-    std::int64_t number;  // of the segment
-    bool inTheBody;
-};
-
-class StopDuringAStall : public RecordThroughFaults, public testing::WithParamInterface<Hold> {};
-
-// The bound is two seconds. What is asserted leaves room for a machine that is busy with other things; a stop that
-// waited for the transfer would take half a minute.
-TEST_P(StopDuringAStall, LeavesAFileThatPlaysSoon) {
-    ScriptedPeer peer;
-    peer.Otherwise(PeerReply::Head(1'000'000).Send(std::string(5'000, 'x')).Stall());
-    const auto gate = std::make_shared<origin::ReplyGate>();
-    std::atomic<bool> armed = GetParam().kind == Kind::Segment;
-    std::atomic<bool> stalled = false;
-    const OriginUntilHere until{*m_origin};
-    m_origin->SetReplyHook([&](const origin::OriginRequest& request, origin::OriginReply& reply) {
-        if (!armed || request.kind != GetParam().kind ||
-            (request.kind == Kind::Segment && request.number != GetParam().number)) {
-            return;
-        }
-        stalled = true;
-        if (GetParam().inTheBody) {
-            reply.status = 302;
-            reply.headers.emplace("Location", peer.Url("/stalls"));
-            reply.body = std::make_shared<const std::string>();
-        } else {
-            reply.holdUntil = gate;
-        }
-    });
+TEST_F(RecordThroughFaults, SaysThatItsFileWasRemoved) {
     const auto child = StartRecording({});
-    if (GetParam().kind == Kind::Segment) {
-        ASSERT_TRUE(KeepUntil(*child, "\"segments\":" + std::to_string(GetParam().number - 1))) << Errors();
-    } else {
-        ASSERT_TRUE(KeepUntil(*child, "\"segments\":12")) << Errors();
-        armed = true;
-    }
-    while (!stalled || (GetParam().inTheBody && peer.RequestCount() == 0)) {
-        ASSERT_TRUE(KeepUntil(*child, "\"type\":")) << Errors();
-    }
-    const auto asked = std::chrono::steady_clock::now();
-    child->Signal(SIGINT);
-    EXPECT_EQ(Finish(*child), 0) << Errors();
-    const std::chrono::duration<double> took = std::chrono::steady_clock::now() - asked;
-    RecordProperty("StopMilliseconds", static_cast<int>(took.count() * 1000));
-    std::printf("stopped after %.2f s\n", took.count());
-    EXPECT_LT(took.count(), 10);
-    const auto facts = test::Inspect(Output().string());
-    ExpectSummaryAgreesWith(facts);
-    EXPECT_EQ(facts.videoPackets,
-              25 * (GetParam().kind == Kind::Segment ? static_cast<int>(GetParam().number) - 1 : 12));
-    EXPECT_EQ(JsonValue(m_summary, "end"), "\"asked\"");
+    ASSERT_TRUE(KeepUntil(*child, "\"segments\":12")) << Errors();
+    fs::remove_all(Results());
+    EXPECT_EQ(Finish(*child), 3);
+    ExpectError("\"" + Output().string() + "\" was removed while it was written");
+    EXPECT_EQ(m_summary, "") << "there is no recording";
+    ASSERT_EQ(LinesOf("error").size(), 1u);
+    EXPECT_GT(std::stod(JsonValue(LinesOf("error")[0], "time")), 0);
     EXPECT_TRUE(fs::is_empty(Temporary()));
 }
 
-INSTANTIATE_TEST_SUITE_P(Stalls, StopDuringAStall,
-                         testing::Values(Hold{"BeforeASegment", Kind::Segment, 4, false},
-                                         Hold{"InASegment", Kind::Segment, 4, true},
-                                         Hold{"BeforeTheManifest", Kind::Manifest, 0, false},
-                                         Hold{"InTheManifest", Kind::Manifest, 0, true}),
-                         [](const auto& tested) { return std::string(tested.param.name); });
-
-TEST_F(RecordThroughFaults, CanBeStoppedBetweenTwoTries) {
-    const auto child = StartRecording({});
-    ASSERT_TRUE(KeepUntil(*child, "\"segments\":12")) << Errors();
-    m_origin->Stop();
-    ASSERT_TRUE(KeepUntil(*child, "\"type\":\"retry\"")) << Errors();
-    child->Signal(SIGINT);
+// Each source has a folder of its own inside the command's.
+TEST_F(RecordThroughFaults, TakesAnotherSourceWhenTheCacheOfThePresentOneIsGone) {
+    std::atomic<bool> removed = false;
+    const OriginUntilHere until{*m_origin};
+    m_origin->SetReplyHook([&](const origin::OriginRequest& request, origin::OriginReply&) {
+        if (request.kind == Kind::Segment && request.number == 5 && !removed.exchange(true)) {
+            for (const auto& command : fs::directory_iterator(Temporary())) {
+                for (const auto& source : fs::directory_iterator(command.path())) {
+                    fs::remove_all(source.path());
+                }
+            }
+        }
+    });
+    const auto child = StartRecording({"--for", "12s"});
     EXPECT_EQ(Finish(*child), 0) << Errors();
-    ExpectSummaryAgreesWith(test::Inspect(Output().string()));
+    ExpectGaplessVideo(12);
+    EXPECT_TRUE(SaidOnStdout("takes no more files: No such file or directory"));
+    ASSERT_FALSE(LinesOf("retry").empty());
+    EXPECT_EQ(JsonValue(LinesOf("retry")[0], "reason"), "\"source-failed\"");
+    EXPECT_TRUE(fs::is_empty(Temporary()));
 }
 
 // ---- full disks ----

@@ -31,6 +31,8 @@ TEST_F(RecordCommandLine, RecordsTheLengthAskedFor) {
     EXPECT_TRUE(SaidOnStdout("\"event\":\"quality\""));
     EXPECT_TRUE(SaidOnStdout("\"event\":\"manifest\",\"result\":\"loaded\""));
     EXPECT_TRUE(SaidOnStdout("\"event\":\"buffering\""));
+    EXPECT_FALSE(SaidOnStdout("\"event\":\"position\"")) << "the delay that was asked for is no news";
+    EXPECT_GT(std::stod(JsonValue(m_summary, "time")), 0);
     EXPECT_TRUE(fs::is_empty(Temporary()));
 }
 
@@ -84,7 +86,7 @@ TEST_F(RecordCommandLine, TakesTheSameSignalTwiceInAMomentForOne) {
 }
 
 TEST_F(RecordCommandLine, ASecondSignalEndsItAtOnce) {
-    // Nobody reads standard output. The first signal gives the reader two seconds to take the rest; the second does
+    // Nobody reads standard output. The first signal gives the reader a moment to take the rest; the second does
     // not.
     ChildProcess::Options options;
     options.smallPipe = true;

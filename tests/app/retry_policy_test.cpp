@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <random>
 #include <set>
+#include <vector>
 
 namespace kvmpd::app {
 namespace {
@@ -126,6 +128,20 @@ TEST(RetryPolicyWake, ThatIsRefusedLeadsToANewSourceAtOnce) {
     EXPECT_EQ(policy.Next(due + 5ms).action, Action::kReplace);
 }
 
+// The request that a wake led to hangs, so that the source is replaced; the delay that the new one is given at its
+// beginning is answered as any other.
+TEST(RetryPolicyWake, IsForgottenWithTheSourceThatWasWoken) {
+    RetryPolicy::Options options = Patient();
+    options.stallLimit = 5s;
+    RetryPolicy policy(options, kStart);
+    policy.ManifestLoaded(kStart, 1s);
+    const Time woken = kStart + policy.ManifestFailed(kStart)->wait;
+    EXPECT_EQ(policy.Next(woken).action, Action::kWake);
+    EXPECT_EQ(policy.Next(woken + 5s).action, Action::kReplace);
+    EXPECT_FALSE(policy.WakeRefused(woken + 5s));
+    EXPECT_EQ(policy.Next(woken + 5s).action, Action::kNothing);
+}
+
 TEST(RetryPolicyWake, ThatNobodyAskedForIsTheHostsOwnDelay) {
     RetryPolicy policy(Patient(), kStart);
     policy.ManifestLoaded(kStart, 2s);
@@ -179,7 +195,7 @@ TEST(RetryPolicyStall, LeadsToANewSourceLessAndLessOften) {
     policy.ManifestLoaded(kStart, 2s);
     policy.MediaArrived(kStart);
     Time now = kStart;
-    for (const auto wait : {30s, 60s, 120s, 240s, 480s, 480s}) {
+    for (const auto wait : {30s, 60s, 120s, 120s, 120s}) {
         EXPECT_EQ(policy.NextAt(), now + wait);
         EXPECT_EQ(policy.Next(now + wait - 1ms).action, Action::kNothing);
         now += wait;
@@ -218,10 +234,73 @@ TEST(RetryPolicyStall, IsNoneWhileTheManifestIsBeingAskedForAgain) {
     EXPECT_EQ(policy.Next(now + 30s).action, Action::kReplace);
 }
 
+TEST(RetryPolicyStall, LongerThanTheLongestIsNotShortened) {
+    RetryPolicy::Options options = Patient();
+    options.stallLimit = 10min;
+    RetryPolicy policy(options, kStart);
+    Time now = kStart;
+    for (int n = 0; n < 70; ++n) {
+        ASSERT_EQ(policy.NextAt(), now + 10min);
+        now += 10min;
+        ASSERT_EQ(policy.Next(now).action, Action::kReplace);
+    }
+}
+
+// Before the first manifest no segment's length is known that would be a lower bound.
+TEST(RetryPolicyStall, NeverComesSoonerThanAnyOtherTry) {
+    RetryPolicy::Options options = Patient();
+    options.stallLimit = 50ms;
+    RetryPolicy policy(options, kStart);
+    EXPECT_EQ(policy.NextAt(), kStart + options.shortest);
+    EXPECT_EQ(policy.Next(kStart + options.shortest - 1ms).action, Action::kNothing);
+    policy.ManifestLoaded(kStart, 10ms);
+    EXPECT_EQ(policy.NextAt(), kStart + options.shortest);
+}
+
 TEST(RetryPolicyStall, IsNobodysBusinessUnlessAskedFor) {
     RetryPolicy policy(Patient(), kStart);
     policy.MediaArrived(kStart);
     EXPECT_EQ(policy.Next(kStart + 1000h).action, Action::kNothing);
+}
+
+// Whatever is reported, in whatever order, and whatever the user asked for.
+TEST(RetryPolicyRate, IsAtMostTwoRequestsASecond) {
+    for (std::uint64_t seed = 0; seed < 50; ++seed) {
+        RetryPolicy::Options options = Patient();
+        options.seed = seed;
+        options.stallLimit = RetryPolicy::Length(seed % 3 == 0 ? 0 : seed);
+        RetryPolicy policy(options, kStart);
+        std::minstd_rand random(static_cast<unsigned>(seed + 1));
+        std::vector<Time> asked;  // a manifest each
+        for (Time now = kStart; now < kStart + 60s; now += 10ms) {
+            switch (random() % 40) {
+                case 0:
+                    policy.ManifestFailed(now);
+                    break;
+                case 1:
+                    policy.ManifestLoaded(now, 20ms);
+                    break;
+                case 2:
+                    policy.WakeRefused(now);
+                    break;
+                case 3:
+                    policy.SourceFailed(now);
+                    break;
+                case 4:
+                    policy.MediaArrived(now);
+                    break;
+                default:
+                    break;
+            }
+            if (const Action action = policy.Next(now).action; action != Action::kNothing) {
+                asked.push_back(now);
+            }
+        }
+        ASSERT_GT(asked.size(), 2u);
+        for (std::size_t n = 2; n < asked.size(); ++n) {
+            ASSERT_GE(asked[n] - asked[n - 2], 1s) << "seed " << seed;
+        }
+    }
 }
 
 TEST(RetryPolicySource, ThatFailsAgainAndAgainIsReplacedMoreAndMoreSlowly) {

@@ -180,23 +180,79 @@ TEST_F(Supervised, GoesOnTryingWhenNoSourceCanBeMade) {
     EXPECT_EQ(std::count(lines.begin(), lines.end(), "reads of 1 ended"), 1);
 }
 
-TEST_F(Supervised, GathersNoSourcesThatCannotClose) {
+// Servers that send a byte a second hold a closing source for hours. The stream must not be lost to that.
+TEST_F(Supervised, IsNotDisabledByTransfersThatNeverEnd) {
+    RetryPolicy::Options options;
+    options.giveUpBeforeMedia.reset();
+    options.stallLimit = 5s;
+    Make(options);
     m_diary.closingHeld = true;
     m_supervisor->Start();
-    for (int n = 0; n < 5; ++n) {
-        m_supervisor->SourceFailed(m_supervisor->CurrentId());
-        AfterTheWait();
+    for (int n = 0; n < 12 * 60 && m_requests.size() < 5; ++n) {
+        After(1s);
     }
-    EXPECT_EQ(m_requests.size(), 3u) << "two are closing, one is there";
+    EXPECT_EQ(m_requests.size(), 5u) << "in twelve minutes";
     m_diary.LetClose();
-    m_diary.WaitFor("closed 1");
-    m_diary.WaitFor("closed 2");
+}
+
+TEST_F(Supervised, SaysThatASourceWaitsForOthersToEndAndNothingElse) {
+    RetryPolicy::Options options;
+    options.giveUpBeforeMedia.reset();
+    options.stallLimit = 5s;
+    Make(options);
+    m_diary.closingHeld = true;
+    m_supervisor->Start();
+    After(5s);
+    After(10s);
+    m_retries.clear();
+    After(20s);
+    ASSERT_EQ(m_retries.size(), 1u);
+    EXPECT_EQ(m_retries[0].trouble, RetryPolicy::Trouble::kStillClosing);
+    EXPECT_GE(m_retries[0].wait, 1s);
+    EXPECT_EQ(m_supervisor->CurrentId(), 3u) << "which is still listened to";
+    m_diary.LetClose();
+}
+
+// The media that was missed has come after all, so that no source is needed.
+TEST_F(Supervised, KeepsASourceThatRecoversWhileItsReplacementWaits) {
+    RetryPolicy::Options options;
+    options.giveUpBeforeMedia.reset();
+    options.stallLimit = 5s;
+    Make(options);
+    m_diary.closingHeld = true;
+    m_supervisor->Start();
+    After(5s);
+    After(10s);
+    After(20s);
+    m_supervisor->MediaArrived();
+    After(4s);
+    EXPECT_EQ(m_supervisor->CurrentId(), 3u);
+    m_diary.LetClose();
+}
+
+TEST_F(Supervised, GathersSourcesThatCannotCloseSlowlyAndOnlySoMany) {
+    m_diary.closingHeld = true;
+    m_supervisor->Start();
+    std::vector<SourceSupervisor::Time> made;
+    for (int n = 0; n < 10'000; ++n) {
+        m_supervisor->SourceFailed(m_supervisor->CurrentId());
+        After(1s);
+        made.resize(m_requests.size(), m_now.load());
+    }
+    EXPECT_EQ(m_requests.size(), 9u) << "eight are closing, one is there";
+    for (std::size_t n = 3; n < made.size(); ++n) {
+        EXPECT_GE(made[n] - made[n - 1], 30s) << "with two closing already";
+    }
+    m_diary.LetClose();
+    for (int n = 1; n <= 8; ++n) {
+        m_diary.WaitFor("closed " + std::to_string(n));
+    }
     // The threads have nothing left to do, but may not have said so yet.
-    while (m_requests.size() < 4) {
+    while (m_requests.size() < 10) {
         std::this_thread::yield();
         After(30s);
     }
-    EXPECT_EQ(m_requests.size(), 4u);
+    EXPECT_EQ(m_requests.size(), 10u);
 }
 
 TEST_F(Supervised, GivesUpOnce) {

@@ -38,7 +38,7 @@ INSTANTIATE_TEST_SUITE_P(
                   R"({"type":"event","time":1.500,"event":"manifest","result":"loaded","segment_ms":2000})"},
         EventCase{kEventManifest, 1, 0, "a manifest came, but not of the shape that can be followed",
                   R"({"type":"event","time":1.500,"event":"manifest","result":"malformed"})"},
-        EventCase{kEventManifest, 2, 0, "the manifest could not be loaded",
+        EventCase{kEventManifest, 2, 0, "the manifest could not be loaded: no answer, no manifest, or too large a one",
                   R"({"type":"event","time":1.500,"event":"manifest","result":"failed"})"},
         EventCase{kEventQualityChosen, 12, 0, "video quality 12 was chosen",
                   R"({"type":"event","time":1.500,"event":"quality","id":12})"},
@@ -78,6 +78,14 @@ TEST(PositionEventMeaning, PositionsRestartAfterAResetOrASeekOnly) {
     EXPECT_TRUE((PositionEvent{true, false}.PositionsRestart()));
     EXPECT_TRUE((PositionEvent{false, true}.PositionsRestart()));
     EXPECT_FALSE((PositionEvent{false, false}.PositionsRestart()));
+}
+
+// At every start with a delay, and at every new source: nobody but this program has done anything.
+TEST(PositionEventMeaning, AnAnswerToTheHostsOwnDelayIsNotTold) {
+    EXPECT_FALSE(WorthTelling(PositionEvent{false, false}));
+    EXPECT_TRUE(WorthTelling(PositionEvent{true, false}));
+    EXPECT_TRUE(WorthTelling(PositionEvent{false, true}));
+    EXPECT_TRUE(WorthTelling(DownloadFailedEvent{}));
 }
 
 struct CollectingSink final : EventSink {

@@ -89,6 +89,20 @@ TEST(TimelineGaps, AtTheEndAreWhatTheOtherTrackHasMore) {
     EXPECT_EQ(timeline.LastGap()->toUs, 4 * kSecond);
 }
 
+TEST(TimelineGaps, AtTheEndAreWhatIsKnownToBeLost) {
+    Timeline timeline(6 * kSecond);
+    timeline.Begin(0, 0);
+    timeline.Admit(Track::kVideo, 0, 3 * kSecond);
+    timeline.Admit(Track::kAudio, 0, 3 * kSecond);
+    timeline.EndTrack(Track::kVideo, 2 * kSecond);
+    ASSERT_TRUE(timeline.LastGap());
+    EXPECT_EQ(timeline.LastGap()->fromUs, 3 * kSecond);
+    EXPECT_EQ(timeline.LastGap()->toUs, 5 * kSecond);
+    timeline.EndTrack(Track::kAudio, 20 * kSecond);
+    ASSERT_TRUE(timeline.LastGap());
+    EXPECT_EQ(timeline.LastGap()->toUs, 6 * kSecond) << "more was not asked for";
+}
+
 TEST(TimelineRepeats, AreRefusedUntilMediaIsNewAgain) {
     Timeline timeline({});
     timeline.Begin(10 * kSecond, 10 * kSecond);
