@@ -3,28 +3,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <future>
-#include <stdexcept>
 
 #include "common/Text.h"
 #include "tests/faults/CompressedTime.h"
 
 namespace kvmpd::test {
-namespace {
-
-void Check(HRESULT result, const char* step) {
-    if (FAILED(result)) {
-        throw std::runtime_error(std::string("the component refused: ") + step);
-    }
-}
-
-}  // namespace
-
-HRESULT HeardByCallback::QueryInterface(REFIID iid, void** object) {
-    const bool known = iid == IID_IUnknown || iid == IID_IKVMPDCallback;
-    *object = known ? static_cast<IKVMPDCallback*>(this) : nullptr;
-    return known ? S_OK : E_NOINTERFACE;
-}
-
 HRESULT HeardByCallback::OnStreamEvent(DWORD id, void* param1, void* param2) {
     if (id == kEventManifest || id == kEventPosition) {
         Tell(id, *static_cast<const LONG*>(param1), *static_cast<const LONG*>(param2));
@@ -71,18 +54,22 @@ Heard HeardByCallback::SoFar() const {
     return m_heard;
 }
 
-FaultHost::FaultHost(HeardByCallback& callback, const std::filesystem::path& folder, DWORD delaySegments)
-    : m_delaySegments(delaySegments) {
+namespace {
+
+ComPtr<IBaseFilter> MakeFilter() {
     ComPtr<IClassFactory> factory;
-    Check(DllGetClassObject(CLSID_KVMPDFilter, IID_IClassFactory, factory.putVoid()), "class factory");
-    Check(factory->CreateInstance(nullptr, IID_IBaseFilter, m_filter.putVoid()), "creation");
-    Check(m_filter->QueryInterface(IID_IKVMPDSource, m_control.putVoid()), "control interface");
-    Check(m_filter->FindPin(L"Output", m_pin.put()), "output pin");
-    Check(m_pin->QueryInterface(IID_IAsyncReader, m_reader.putVoid()), "reader");
-    std::string text = folder.string();
-    Check(m_control->Backdoor(kBackdoorCacheFolder, text.data()), "cache folder");
-    Check(m_control->Backdoor(kBackdoorPreferDelaySegments, &m_delaySegments), "delay");
-    Check(m_control->SetCallback(&callback), "callback");
+    Require(DllGetClassObject(CLSID_KVMPDFilter, IID_IClassFactory, factory.putVoid()), "class factory");
+    ComPtr<IBaseFilter> filter;
+    Require(factory->CreateInstance(nullptr, IID_IBaseFilter, filter.putVoid()), "creation");
+    return filter;
+}
+
+}  // namespace
+
+FaultHost::FaultHost(HeardByCallback& callback, const std::filesystem::path& folder, DWORD delaySegments)
+    : m_source(MakeFilter(), folder), m_delaySegments(delaySegments) {
+    Require(m_source.control->Backdoor(kBackdoorPreferDelaySegments, &m_delaySegments), "delay");
+    Require(m_source.control->SetCallback(&callback), "callback");
 }
 
 FaultHost::~FaultHost() {
@@ -90,37 +77,32 @@ FaultHost::~FaultHost() {
 }
 
 void FaultHost::Load(const std::string& url) {
-    Check(m_control->Load(Utf8ToWide(url).c_str()), "load");
+    Require(m_source.control->Load(Utf8ToWide(url).c_str()), "load");
 }
 
 void FaultHost::KeepInCache(DWORD seconds) {
-    Check(m_control->Backdoor(kBackdoorMaxCacheTime, &seconds), "cache time");
+    Require(m_source.control->Backdoor(kBackdoorMaxCacheTime, &seconds), "cache time");
 }
 
 void FaultHost::EndReads() {
-    Check(m_control->Backdoor(kBackdoorStop, nullptr), "end of reads");
+    Require(m_source.control->Backdoor(kBackdoorStop, nullptr), "end of reads");
 }
 
 void FaultHost::Wake() {
     // A changed delay wakes the loader and does not move a stream that plays.
     m_delaySegments ^= 1;
-    Check(m_control->Backdoor(kBackdoorPreferDelaySegments, &m_delaySegments), "wake");
+    Require(m_source.control->Backdoor(kBackdoorPreferDelaySegments, &m_delaySegments), "wake");
 }
 
 HRESULT FaultHost::Read(LONGLONG position, std::string& bytes) {
-    return m_reader->SyncRead(position, static_cast<LONG>(bytes.size()), reinterpret_cast<BYTE*>(bytes.data()));
+    return m_source.reader->SyncRead(position, static_cast<LONG>(bytes.size()), reinterpret_cast<BYTE*>(bytes.data()));
 }
 
 void FaultHost::Stop(const std::string& name) {
-    if (!m_filter) {
+    if (!m_source.filter) {
         return;
     }
-    std::future<void> stopped = std::async(std::launch::async, [this] {
-        m_reader.Reset();
-        m_pin.Reset();
-        m_control.Reset();
-        m_filter.Reset();
-    });
+    std::future<void> stopped = std::async(std::launch::async, [this] { m_source.Release(); });
     if (stopped.wait_for(kStopLimit) != std::future_status::ready) {
         std::fprintf(stderr, "%s: a stop does not end\n", name.c_str());
         std::abort();

@@ -9,8 +9,7 @@
 #include <string>
 
 #include "app/SourceSupervisor.h"
-#include "common/ComPtr.h"
-#include "filter/KVMPDSrc.h"
+#include "tests/support/TestSource.h"
 
 namespace kvmpd::test {
 
@@ -26,14 +25,11 @@ struct Heard {
     size_t ManifestFailures() const { return malformed + failed; }
 };
 
-class HeardByCallback final : public IKVMPDCallback {
+class HeardByCallback final : public OutlivingCallback {
   public:
     /// `supervisor` is told of the events as of source `id`.
     HeardByCallback(app::SourceSupervisor& supervisor, std::uint64_t id) : m_supervisor(supervisor), m_id(id) {}
 
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override;
-    ULONG STDMETHODCALLTYPE AddRef() override { return 2; }  // it outlives the source: nothing to count
-    ULONG STDMETHODCALLTYPE Release() override { return 1; }
     HRESULT STDMETHODCALLTYPE OnStreamEvent(DWORD id, void* param1, void* param2) override;
     HRESULT STDMETHODCALLTYPE OnBuffering(LONGLONG play, LONGLONG buffered, LONGLONG total) override;
 
@@ -70,10 +66,7 @@ class FaultHost {
     void Stop(const std::string& name);
 
   private:
-    ComPtr<IKVMPDSource> m_control;
-    ComPtr<IBaseFilter> m_filter;
-    ComPtr<IPin> m_pin;
-    ComPtr<IAsyncReader> m_reader;
+    TestSource m_source;
     DWORD m_delaySegments;
 };
 

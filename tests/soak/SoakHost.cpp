@@ -1,26 +1,8 @@
 #include "tests/soak/SoakHost.h"
 
-#include <stdexcept>
-
 #include "common/Text.h"
 
 namespace kvmpd::test {
-namespace {
-
-void Check(HRESULT result, const char* step) {
-    if (FAILED(result)) {
-        throw std::runtime_error(std::string("the component refused: ") + step);
-    }
-}
-
-}  // namespace
-
-HRESULT SoakCallback::QueryInterface(REFIID iid, void** object) {
-    const bool known = iid == IID_IUnknown || iid == IID_IKVMPDCallback;
-    *object = known ? static_cast<IKVMPDCallback*>(this) : nullptr;
-    return known ? S_OK : E_NOINTERFACE;
-}
-
 HRESULT SoakCallback::OnStreamEvent(DWORD id, void* param1, void* param2) {
     const std::lock_guard lock(m_mutex);
     if (id == kEventManifest) {
@@ -54,24 +36,29 @@ bool SoakCallback::WaitFor(const std::function<bool(const SoakNews&)>& wanted, s
     return m_changed.wait_for(lock, limit, [&] { return wanted(m_news); });
 }
 
-SoakHost::SoakHost(const std::filesystem::path& folder, DWORD delaySegments) : m_delaySegments(delaySegments) {
-    Check(KVMPDCreateInstance(CLSID_KVMPDFilter, nullptr, IID_IKVMPDSource, m_control.putVoid()), "creation");
-    Check(m_control->QueryInterface(IID_IBaseFilter, m_filter.putVoid()), "filter");
-    Check(m_filter->FindPin(L"Output", m_pin.put()), "output pin");
-    Check(m_pin->QueryInterface(IID_IAsyncReader, m_reader.putVoid()), "reader");
-    std::string text = folder.string();
-    Check(m_control->Backdoor(kBackdoorCacheFolder, text.data()), "cache folder");
-    Check(Set(kBackdoorPreferDelaySegments, delaySegments), "delay");
-    Check(m_control->SetCallback(&m_callback), "callback");
+namespace {
+
+ComPtr<IBaseFilter> MakeFilter() {
+    ComPtr<IBaseFilter> filter;
+    Require(KVMPDCreateInstance(CLSID_KVMPDFilter, nullptr, IID_IBaseFilter, filter.putVoid()), "creation");
+    return filter;
+}
+
+}  // namespace
+
+SoakHost::SoakHost(const std::filesystem::path& folder, DWORD delaySegments)
+    : m_source(MakeFilter(), folder), m_delaySegments(delaySegments) {
+    Require(Set(kBackdoorPreferDelaySegments, delaySegments), "delay");
+    Require(m_source.control->SetCallback(&m_callback), "callback");
 }
 
 void SoakHost::Load(const std::string& url) {
-    Check(m_control->Load(Utf8ToWide(url).c_str()), "load");
+    Require(m_source.control->Load(Utf8ToWide(url).c_str()), "load");
 }
 
 void SoakHost::ChangeDelay(DWORD segments) {
     m_delaySegments = segments == m_delaySegments ? segments + 1 : segments;
-    Check(Set(kBackdoorPreferDelaySegments, m_delaySegments), "delay");
+    Require(Set(kBackdoorPreferDelaySegments, m_delaySegments), "delay");
 }
 
 bool SoakHost::HearAll(std::chrono::milliseconds limit) {
@@ -84,10 +71,7 @@ bool SoakHost::HearAll(std::chrono::milliseconds limit) {
 }
 
 void SoakHost::Release() {
-    m_reader.Reset();
-    m_pin.Reset();
-    m_filter.Reset();
-    m_control.Reset();
+    m_source.Release();
 }
 
 }  // namespace kvmpd::test

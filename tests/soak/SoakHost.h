@@ -9,8 +9,7 @@
 #include <mutex>
 #include <string>
 
-#include "common/ComPtr.h"
-#include "filter/KVMPDSrc.h"
+#include "tests/support/TestSource.h"
 
 namespace kvmpd::test {
 
@@ -25,11 +24,8 @@ struct SoakNews {
     LONGLONG play = 0, buffered = 0, total = 0;  // of the last report
 };
 
-class SoakCallback final : public IKVMPDCallback {
+class SoakCallback final : public OutlivingCallback {
   public:
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override;
-    ULONG STDMETHODCALLTYPE AddRef() override { return 2; }  // it outlives the source: nothing to count
-    ULONG STDMETHODCALLTYPE Release() override { return 1; }
     HRESULT STDMETHODCALLTYPE OnStreamEvent(DWORD id, void* param1, void* param2) override;
     HRESULT STDMETHODCALLTYPE OnBuffering(LONGLONG play, LONGLONG buffered, LONGLONG total) override;
 
@@ -51,14 +47,14 @@ class SoakHost {
     SoakHost& operator=(const SoakHost&) = delete;
 
     const SoakCallback& Heard() const { return m_callback; }
-    ComPtr<IAsyncReader> Reader() const { return m_reader; }
+    ComPtr<IAsyncReader> Reader() const { return m_source.reader; }
 
     void Load(const std::string& url);
-    void Stop() { m_control->Backdoor(kBackdoorStop, nullptr); }
-    HRESULT Pause() { return m_filter->Pause(); }
-    HRESULT Run() { return m_filter->Run(0); }
-    HRESULT Set(DWORD id, DWORD value) { return m_control->Backdoor(id, &value); }
-    HRESULT Seek(LONGLONG milliseconds) { return m_control->Backdoor(kBackdoorPosition, &milliseconds); }
+    void Stop() { m_source.control->Backdoor(kBackdoorStop, nullptr); }
+    HRESULT Pause() { return m_source.filter->Pause(); }
+    HRESULT Run() { return m_source.filter->Run(0); }
+    HRESULT Set(DWORD id, DWORD value) { return m_source.control->Backdoor(id, &value); }
+    HRESULT Seek(LONGLONG milliseconds) { return m_source.control->Backdoor(kBackdoorPosition, &milliseconds); }
     /// Sets a delay other than the one before, which wakes the manifest loader.
     void ChangeDelay(DWORD segments);
     /// Waits until every event that had been sent by now has been heard; false when that takes longer than `limit`.
@@ -68,10 +64,7 @@ class SoakHost {
 
   private:
     SoakCallback m_callback;
-    ComPtr<IKVMPDSource> m_control;
-    ComPtr<IBaseFilter> m_filter;
-    ComPtr<IPin> m_pin;
-    ComPtr<IAsyncReader> m_reader;
+    TestSource m_source;
     DWORD m_delaySegments;
 };
 

@@ -3,22 +3,12 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <stdexcept>
 
 #include "common/Text.h"
 #include "stream/CAsyncStream.h"
+#include "tests/support/TestSource.h"
 
 namespace kvmpd::test {
-namespace {
-
-void Check(HRESULT result, const char* step) {
-    if (FAILED(result)) {
-        throw std::runtime_error(std::string("the component refused: ") + step);
-    }
-}
-
-}  // namespace
-
 TestOrigin::TestOrigin(const OriginShape& shape) {
     origin::PatternOptions pattern;
     pattern.size = [bytes = shape.videoBytes](int id, const origin::SegmentTime& segment) {
@@ -43,18 +33,18 @@ std::string TestOrigin::Segment(int representation, std::int64_t number) const {
 }
 
 LiveSession::LiveSession(ComPtr<IBaseFilter> filter, const Connect& connect) : m_filter(std::move(filter)) {
-    Check(m_filter->QueryInterface(IID_IKVMPDSource, m_control.putVoid()), "control interface");
+    Require(m_filter->QueryInterface(IID_IKVMPDSource, m_control.putVoid()), "control interface");
 
     ComPtr<IEnumPins> pins;
-    Check(m_filter->EnumPins(pins.put()), "pins");
+    Require(m_filter->EnumPins(pins.put()), "pins");
     ULONG fetched = 0;
-    Check(pins->Next(1, m_output.put(), &fetched), "output pin");
+    Require(pins->Next(1, m_output.put(), &fetched), "output pin");
     m_sink = ComPtr<PullSink>(new PullSink);
-    Check(connect(*m_output.get(), *m_sink.get()), "connection");
+    Require(connect(*m_output.get(), *m_sink.get()), "connection");
 
-    Check(m_control->SetCallback(&m_events), "callback");
+    Require(m_control->SetCallback(&m_events), "callback");
     std::string folder = m_folder.Path().string();
-    Check(m_control->Backdoor(kBackdoorCacheFolder, folder.data()), "cache folder");
+    Require(m_control->Backdoor(kBackdoorCacheFolder, folder.data()), "cache folder");
 }
 
 LiveSession::~LiveSession() {
@@ -74,8 +64,8 @@ void LiveSession::Release() {
 
 void LiveSession::Load(const std::string& url) {
     ComPtr<IFileSourceFilter> source;
-    Check(m_filter->QueryInterface(IID_IFileSourceFilter, source.putVoid()), "file source");
-    Check(source->Load(Utf8ToWide(url).c_str(), nullptr), "load");
+    Require(m_filter->QueryInterface(IID_IFileSourceFilter, source.putVoid()), "file source");
+    Require(source->Load(Utf8ToWide(url).c_str(), nullptr), "load");
 }
 
 void LiveSession::FetchManifestNow() {
